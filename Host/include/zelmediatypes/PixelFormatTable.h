@@ -1,0 +1,67 @@
+// Services over the host's pixel-format table: sizes, names, the reverse lookup from a property word,
+// registration of formats the table does not know, and the 4:2:0 and 4:4:4 tests used by frame uploads.
+// All functions are thread-safe and accept any value, including formats they do not know.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "zelmediatypes/PixelFormat.h"
+#include "zelmediatypes/PixelFormats.h"
+
+namespace zelmediatypes {
+
+// How many bytes an image of a format takes (rows without padding).
+enum class PixelFormatSizeRule {
+  kNone,         // not sizeable
+  kPerPixel,     // bytes per pixel (from the property word) x width x height
+  kPacked422,    // 4 bytes per pair of pixels, width rounded up to even
+  kV210,         // 128 bytes per 48 pixels, width rounded up to a multiple of 48
+  kPlanar420_8u  // Y plane width x height, then U and V of ((width+1)/2) x ((height+1)/2) each
+};
+
+struct PixelFormatInfo {
+  const char* name;  // the constant's name, "kPixelFormat_..."
+  PixelFormat format;
+  PixelFormatSizeRule sizeRule;
+};
+
+// The table, in a fixed order; `count` receives the number of entries.
+const PixelFormatInfo* PixelFormatTable(std::size_t& count);
+
+// The table entry equal to `format` (both words), or nullptr.
+const PixelFormatInfo* FindPixelFormatInfo(PixelFormat format);
+
+// Bytes of a width x height image. Table and registered formats follow their size rule; any other format
+// whose property word is described with the four-component layout is sized by its bytes per pixel; all
+// else, a non-positive width or height, and a size beyond std::size_t give 0.
+std::size_t PixelFormatSize(PixelFormat format, int width, int height);
+
+// Makes a format outside the table known to PixelFormatSize and GuessNameForProperties. Returns true when
+// the format is known afterwards with exactly these words (registering a known format again succeeds and
+// changes nothing); false when the code or the property word already belongs to another format, when the
+// property word is not described, or when the code is 0, kPixelFormatName_Bad or kPixelFormat_Invalid's.
+bool RegisterCustomPixelFormatProperties(std::uint32_t code, std::uint32_t properties);
+
+// The code of the table or registered format whose property word is `properties`, or 0 when a described
+// word matches none. A word of the "any" class (kPixelFormatProperties_Any, whatever its other bits)
+// matches no particular format and also gives 0; words of the other classes, kPixelFormatProperties_Invalid
+// among them, give kPixelFormatName_Bad.
+std::uint32_t GuessNameForProperties(std::uint32_t properties);
+
+// "kPixelFormat_BGRA_4444_8u" for a table format, nullptr for any other.
+const char* PixelFormatName(PixelFormat format);
+// The same without the "kPixelFormat_" prefix ("BGRA_4444_8u"), the form used in kernel names.
+const char* PixelFormatShortName(PixelFormat format);
+// Finds a table format by its full or short name (exact, case-sensitive). `out` is unchanged on failure.
+bool LookupPixelFormat(const char* name, PixelFormat& out);
+
+// The sixteen planar 4:2:0 8-bit formats.
+bool IsPlanar420Format(PixelFormat format);
+// The 8-bit four-component Y'CbCr formats that a decoder can deliver at full chroma resolution and that
+// uploads stage in: VUYA, VUYP and VUYX in 8u and 8u_709.
+bool Is444DecodeFormat(PixelFormat format);
+// True when the format is described and uses the BT.709 matrix (bit 5 of the property word).
+bool IsBT709(PixelFormat format);
+
+}  // namespace zelmediatypes

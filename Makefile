@@ -1,0 +1,39 @@
+# The two everyday commands: `make demo` and `make test`. Each installs what is missing, configures and
+# builds first, so both work on a fresh Debian machine.
+BUILD      ?= build
+JOBS       ?= $(shell nproc)
+CMAKE_ARGS ?=
+
+.PHONY: all deps configure build demo test test-sanitize bench clean
+
+all: build
+
+deps:
+	@bash scripts/install-deps.sh
+
+configure: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS) >/dev/null
+
+build: configure
+	@cmake --build $(BUILD) -j $(JOBS)
+
+demo: build
+	@$(BUILD)/bin/lumora devices
+
+test: build
+	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+# The suite under AddressSanitizer and UndefinedBehaviorSanitizer, in a build folder of its own.
+test-sanitize: deps
+	@cmake -S . -B $(BUILD)-asan -DCMAKE_BUILD_TYPE=Debug -DLUMORA_BUILD_BENCH=OFF \
+	  -DLUMORA_SANITIZE=address,undefined >/dev/null
+	@cmake --build $(BUILD)-asan -j $(JOBS)
+	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --test-dir $(BUILD)-asan --output-on-failure -j $(JOBS)
+
+bench: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target lumora_bench
+	@$(BUILD)/bin/lumora_bench --benchmark_out=$(BUILD)/bench-results.json --benchmark_out_format=json
+
+clean:
+	@rm -rf $(BUILD) $(BUILD)-asan
