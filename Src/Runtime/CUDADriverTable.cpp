@@ -1,0 +1,164 @@
+#include "Runtime/CUDADriverTable.h"
+
+#include <atomic>
+#include <cstdio>
+
+#include "Platform/DynamicLibrary.h"
+
+namespace LM {
+
+CUDADriverTable CUDA = {};
+
+#if defined(_WIN32)
+const wchar_t* CUDADriverLibraryName = L"nvcuda.dll";
+#define LM_LIBRARY_NAME_FORMAT "%ls"
+#else
+const char* CUDADriverLibraryName = "libcuda.so.1";
+#define LM_LIBRARY_NAME_FORMAT "%s"
+#endif
+
+namespace {
+
+// Looks names up in one loaded driver library. A missing required name is reported once, and every later
+// Bind of the same run is refused, so a chain of binds stops at the first gap.
+class Binder {
+ public:
+  explicit Binder(void* library) : library_(library) {}
+
+  template <class Slot>
+  bool Bind(Slot& slot, const char* name) {
+    void* symbol = FindLibrarySymbol(library_, name);
+    if (symbol == nullptr) {
+      std::printf("Failed to find required function \"%s\" in " LM_LIBRARY_NAME_FORMAT "\n", name,
+                  CUDADriverLibraryName);
+      std::fflush(stdout);
+      return false;
+    }
+    slot = reinterpret_cast<Slot>(symbol);
+    return true;
+  }
+
+  template <class Slot>
+  bool BindOptional(Slot& slot, const char* name) {
+    void* symbol = FindLibrarySymbol(library_, name);
+    if (symbol != nullptr) slot = reinterpret_cast<Slot>(symbol);
+    return symbol != nullptr;
+  }
+
+ private:
+  void* library_;
+};
+
+}  // namespace
+
+int LoadCUDADriverLibrary(void** module) {
+  void* library = LoadDynamicLibrary(CUDADriverLibraryName);
+  if (module != nullptr) *module = library;
+  if (library == nullptr) {
+    std::printf("LoadLibrary \"" LM_LIBRARY_NAME_FORMAT "\" failed!\n", CUDADriverLibraryName);
+    std::fflush(stdout);
+    return CUDA_ERROR_UNKNOWN;
+  }
+  return CUDA_SUCCESS;
+}
+
+namespace {
+
+std::atomic<int> lastBindResult{CUDA_ERROR_UNKNOWN};
+
+// Binding order and groups are fixed: the _v2 choice of the pointer-width group and of the two _v2
+// alternatives in the driver groups follows the caller's apiVersion, while the optional groups follow the
+// installed driver's version. So BindCUDADriver(0, 0) on a 4.0 driver still requires the 4.0 names but
+// binds the legacy pointer-width names.
+int Bind(unsigned int flags, int apiVersion) {
+  int driverVersion = 1000;
+  void* library = nullptr;
+  if (LoadCUDADriverLibrary(&library) != CUDA_SUCCESS) return CUDA_ERROR_UNKNOWN;
+  Binder binder(library);
+
+#define LM_BIND(slot) \
+  if (!binder.Bind(CUDA.slot, #slot)) return CUDA_ERROR_UNKNOWN;
+#define LM_BIND_V2(slot) \
+  if (!binder.Bind(CUDA.slot, #slot "_v2")) return CUDA_ERROR_UNKNOWN;
+
+  LM_BIND(cuInit)
+  CUresult result = CUDA.cuInit(flags);
+  if (result != CUDA_SUCCESS) return result;
+
+  // The only optional name: without it the driver counts as version 1.0.
+  if (binder.BindOptional(CUDA.cuDriverGetVersion, "cuDriverGetVersion")) {
+    result = CUDA.cuDriverGetVersion(&driverVersion);
+    if (result != CUDA_SUCCESS) return result;
+  }
+
+  LM_CUDA_CORE_ENTRY_POINTS(LM_BIND)
+
+  if (apiVersion >= 4000) {
+    LM_CUDA_API4000_V2_ENTRY_POINTS(LM_BIND_V2)
+    LM_BIND(cuStreamWaitEvent)
+  }
+
+  if (apiVersion < 3020) {
+    LM_CUDA_POINTER_WIDTH_ENTRY_POINTS(LM_BIND)
+  } else {
+    LM_CUDA_POINTER_WIDTH_ENTRY_POINTS(LM_BIND_V2)
+  }
+
+  if (driverVersion >= 2010) {
+    LM_BIND(cuModuleLoadDataEx)
+    LM_BIND(cuModuleLoadFatBinary)
+    LM_BIND(cuGLCtxCreate)
+    if (apiVersion >= 3020) LM_BIND_V2(cuGLCtxCreate)
+    LM_BIND(cuGraphicsGLRegisterBuffer)
+    LM_BIND(cuGraphicsGLRegisterImage)
+  }
+  if (driverVersion >= 2030) {
+    LM_BIND(cuMemHostGetFlags)
+    // Bound a second time into the same slots; harmless, and kept so the lookup sequence stays the same.
+    LM_BIND(cuGraphicsGLRegisterBuffer)
+    LM_BIND(cuGraphicsGLRegisterImage)
+  }
+  if (driverVersion >= 3000) {
+    LM_BIND(cuMemcpyDtoDAsync)
+    LM_BIND(cuFuncSetCacheConfig)
+    LM_BIND(cuGraphicsUnregisterResource)
+    LM_BIND(cuGraphicsSubResourceGetMappedArray)
+    if (apiVersion < 3020) {
+      LM_BIND(cuGraphicsResourceGetMappedPointer)
+    } else {
+      LM_BIND_V2(cuGraphicsResourceGetMappedPointer)
+    }
+    LM_BIND(cuGraphicsResourceSetMapFlags)
+    LM_BIND(cuGraphicsMapResources)
+    LM_BIND(cuGraphicsUnmapResources)
+    LM_BIND(cuGetExportTable)
+  }
+  if (driverVersion >= 3010) {
+    LM_BIND(cuModuleGetSurfRef)
+    LM_BIND(cuSurfRefSetArray)
+    LM_BIND(cuSurfRefGetArray)
+    LM_BIND(cuCtxSetLimit)
+    LM_BIND(cuCtxGetLimit)
+  }
+  if (driverVersion < 4000) return CUDA_SUCCESS;
+
+  LM_CUDA_DRIVER4000_ENTRY_POINTS(LM_BIND)
+  return CUDA_SUCCESS;
+
+#undef LM_BIND
+#undef LM_BIND_V2
+}
+
+}  // namespace
+
+int BindCUDADriver(unsigned int flags, int apiVersion) {
+  const int result = Bind(flags, apiVersion);
+  lastBindResult = result;
+  return result;
+}
+
+int GetCUDADriverBindResult() { return lastBindResult; }
+
+bool IsCUDADriverAvailable() { return BindCUDADriver(0, 4000) == CUDA_SUCCESS || BindCUDADriver(0, 0) == CUDA_SUCCESS; }
+
+}  // namespace LM

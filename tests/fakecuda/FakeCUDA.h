@@ -1,0 +1,42 @@
+// Internals of the fake CUDA driver: every exported entry point records its call, applies any failure
+// asked for, and then runs the implementation of its slot, Impl_<name>. Entry points without behaviour of
+// their own succeed and do nothing (weak defaults in FakeCUDADefaults.cpp).
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <vector>
+
+#include "Runtime/CUDADriverAPI.h"
+
+namespace fakecuda {
+
+#define FAKECUDA_DECLARE_IMPL(name, versions, params, args) CUresult Impl_##name params;
+LM_CUDA_DRIVER_ENTRY_POINTS(FAKECUDA_DECLARE_IMPL)
+#undef FAKECUDA_DECLARE_IMPL
+
+// Records the call of `exported` (which fills slot `slot`) with its arguments. Returns true, with the
+// result to return in *forced, when a failure was asked for.
+bool Enter(const char* exported, const char* slot, std::vector<std::uint64_t> args, CUresult* forced);
+
+template <class T>
+std::uint64_t Word(T value) {
+  if constexpr (std::is_pointer_v<T>) {
+    return reinterpret_cast<std::uintptr_t>(value);
+  } else if constexpr (std::is_floating_point_v<T>) {
+    float f = static_cast<float>(value);
+    std::uint32_t bits;
+    std::memcpy(&bits, &f, sizeof bits);
+    return bits;
+  } else {
+    return static_cast<std::uint64_t>(value);
+  }
+}
+
+template <class... T>
+std::vector<std::uint64_t> Words(T... values) {
+  return {Word(values)...};
+}
+
+}  // namespace fakecuda

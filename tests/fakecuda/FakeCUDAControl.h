@@ -1,0 +1,100 @@
+// The control interface of the fake CUDA driver that the tests build: a shared library that exports the
+// driver's entry points, reports configurable devices, hands out host memory as device memory, records
+// every call with its arguments, and fails any entry point on demand.
+//
+// Tests point the library at a fake driver file through LM::CUDADriverLibraryName and reach the same
+// loaded instance through FakeCUDA, which resolves the control functions below from that file. Variants of
+// the file lack chosen entry points (see CMakeLists.txt): FAKECUDA_PATH (complete),
+// FAKECUDA_NO_DRIVER_VERSION_PATH, FAKECUDA_DRIVER_3020_PATH, FAKECUDA_NO_LAUNCH_KERNEL_PATH.
+#pragma once
+
+#include <dlfcn.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+extern "C" {
+
+// One recorded kernel launch (cuLaunchGrid, cuLaunchGridAsync, cuLaunch or cuLaunchKernel).
+struct FakeCUDALaunch {
+  const char* function;  // the kernel's name as looked up with cuModuleGetFunction
+  unsigned gridX, gridY;
+  unsigned blockX, blockY, blockZ;
+  void* stream;
+  unsigned paramSize;           // as set by cuParamSetSize
+  unsigned char params[4096];   // the parameter bytes set with cuParamSet*
+};
+
+}  // extern "C"
+
+// X(return type, name, parameter list)
+#define FAKECUDA_CONTROL_FUNCTIONS(X)                                                                 \
+  X(void, fakecuda_Reset, (void))                                                                     \
+  X(void, fakecuda_SetDriverVersion, (int version))                                                   \
+  X(void, fakecuda_ClearDevices, (void))                                                              \
+  X(int, fakecuda_AddDevice, (const char* name, int major, int minor, unsigned long long totalMemory)) \
+  X(void, fakecuda_SetDeviceAttribute, (int ordinal, int attribute, int value))                       \
+  X(void, fakecuda_SetFailure, (const char* name, int result, int skip, int count))                   \
+  X(void, fakecuda_ClearFailures, (void))                                                             \
+  X(unsigned long long, fakecuda_CallCount, (const char* name))                                       \
+  X(unsigned long long, fakecuda_CallLogSize, (void))                                                 \
+  X(const char*, fakecuda_CallName, (unsigned long long index))                                       \
+  X(int, fakecuda_CallArgs, (unsigned long long index, unsigned long long* words, int capacity))      \
+  X(void, fakecuda_ClearCallLog, (void))                                                              \
+  X(void, fakecuda_SetEventsComplete, (int complete))                                                 \
+  X(void, fakecuda_SetEventComplete, (void* event, int complete))                                     \
+  X(void, fakecuda_SetMemoryLimit, (unsigned long long bytes))                                        \
+  X(unsigned long long, fakecuda_LiveDeviceAllocations, (void))                                       \
+  X(unsigned long long, fakecuda_LiveHostAllocations, (void))                                         \
+  X(unsigned long long, fakecuda_LiveEvents, (void))                                                  \
+  X(void, fakecuda_SetMissingSymbol, (const char* name))                                              \
+  X(unsigned long long, fakecuda_LaunchCount, (void))                                                 \
+  X(int, fakecuda_GetLaunch, (unsigned long long index, FakeCUDALaunch* launch))                      \
+  X(int, fakecuda_CurrentContextDepth, (void))
+
+// Failure counts for fakecuda_SetFailure.
+constexpr int kFakeCUDAFailForever = -1;
+
+// The control functions of one fake driver file, resolved from the instance the library loads.
+class FakeCUDA {
+ public:
+  // The file stays loaded for the life of the process, as the library keeps a driver it has loaded.
+  explicit FakeCUDA(const std::string& path)
+      : path_(path), handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
+    if (handle_ == nullptr) throw std::runtime_error("cannot load the fake CUDA driver " + path);
+#define FAKECUDA_RESOLVE(Result, name, params)                              \
+  name = reinterpret_cast<Result(*) params>(dlsym(handle_, #name));         \
+  if (name == nullptr) throw std::runtime_error("fake driver lacks " #name);
+    FAKECUDA_CONTROL_FUNCTIONS(FAKECUDA_RESOLVE)
+#undef FAKECUDA_RESOLVE
+  }
+  FakeCUDA(const FakeCUDA&) = delete;
+  FakeCUDA& operator=(const FakeCUDA&) = delete;
+
+  const std::string& Path() const { return path_; }
+  // The address of an exported entry point, or null: what the binder should have stored in a slot.
+  void* Symbol(const char* name) const { return dlsym(handle_, name); }
+
+  // Every recorded call's exported name, in order.
+  std::vector<std::string> CallNames() const {
+    std::vector<std::string> names;
+    for (unsigned long long i = 0, n = fakecuda_CallLogSize(); i < n; ++i) names.emplace_back(fakecuda_CallName(i));
+    return names;
+  }
+  // The arguments of call `index` as 64-bit words (pointers and integers as they are, floats by their bits).
+  std::vector<unsigned long long> CallArgs(unsigned long long index) const {
+    unsigned long long words[16];
+    const int count = fakecuda_CallArgs(index, words, 16);
+    return std::vector<unsigned long long>(words, words + (count > 0 ? count : 0));
+  }
+
+#define FAKECUDA_DECLARE(Result, name, params) Result(*name) params = nullptr;
+  FAKECUDA_CONTROL_FUNCTIONS(FAKECUDA_DECLARE)
+#undef FAKECUDA_DECLARE
+
+ private:
+  std::string path_;
+  void* handle_;
+};

@@ -1,0 +1,694 @@
+// The fake driver's state and the behaviour of the entry points it models.
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "FakeCUDA.h"
+#include "FakeCUDAControl.h"
+
+#define FAKECUDA_API extern "C" __attribute__((visibility("default")))
+
+namespace fakecuda {
+namespace {
+
+struct Device {
+  std::string name;
+  int major;
+  int minor;
+  unsigned long long totalMemory;
+  std::map<int, int> attributes;
+};
+
+struct Failure {
+  CUresult result;
+  int skip;
+  int count;  // kFakeCUDAFailForever: every call after the skipped ones
+};
+
+struct Call {
+  std::string name;
+  std::vector<std::uint64_t> args;
+};
+
+struct Function {
+  std::string name;
+  unsigned blockX = 1, blockY = 1, blockZ = 1;
+  unsigned paramSize = 0;
+  unsigned char params[sizeof(FakeCUDALaunch::params)] = {};
+};
+
+struct Module {
+  std::map<std::string, std::unique_ptr<Function>> functions;
+  std::map<std::string, std::unique_ptr<int>> textures;
+};
+
+struct Event {
+  bool complete;
+};
+
+constexpr std::size_t kAlignment = 256;
+
+struct State {
+  std::recursive_mutex mutex;
+  int driverVersion = 12000;
+  std::vector<Device> devices;
+  std::map<std::string, Failure> failures;
+  std::vector<Call> calls;
+  std::map<std::string, unsigned long long> counts;
+  std::map<std::uintptr_t, std::size_t> deviceAllocations;
+  std::map<void*, std::size_t> hostAllocations;
+  unsigned long long memoryLimit = ~0ull;
+  unsigned long long deviceBytes = 0;
+  std::vector<FakeCUDALaunch> launches;
+  std::set<std::string> missingSymbols;
+  bool eventsComplete = true;
+  std::map<CUevent, std::unique_ptr<Event>> events;
+  std::vector<std::unique_ptr<Module>> modules;
+  std::uintptr_t nextHandle = 0x1000;
+
+  State() { Reset(); }
+
+  void Reset() {
+    driverVersion = 12000;
+    devices.assign(1, Device{"Lumora Fake GPU", 7, 5, 8ull << 30, {}});
+    failures.clear();
+    calls.clear();
+    counts.clear();
+    for (auto& allocation : deviceAllocations) std::free(reinterpret_cast<void*>(allocation.first));
+    for (auto& allocation : hostAllocations) std::free(allocation.first);
+    deviceAllocations.clear();
+    hostAllocations.clear();
+    memoryLimit = ~0ull;
+    deviceBytes = 0;
+    launches.clear();
+    missingSymbols.clear();
+    eventsComplete = true;
+    events.clear();
+    modules.clear();
+  }
+
+  template <class Handle>
+  Handle NewHandle() {
+    nextHandle += 0x10;
+    return reinterpret_cast<Handle>(nextHandle);
+  }
+};
+
+State& TheState() {
+  static State* const state = new State;  // lives as long as the process: handles may be used at exit
+  return *state;
+}
+
+using Lock = std::lock_guard<std::recursive_mutex>;
+
+thread_local std::vector<CUcontext> currentContexts;
+
+const Device* FindDevice(State& state, CUdevice device) {
+  return device >= 0 && static_cast<std::size_t>(device) < state.devices.size() ? &state.devices[device] : nullptr;
+}
+
+void* AllocateAligned(std::size_t bytes) {
+  const std::size_t rounded = (std::max<std::size_t>(bytes, 1) + kAlignment - 1) / kAlignment * kAlignment;
+  return std::aligned_alloc(kAlignment, rounded);
+}
+
+CUresult AllocateDevice(CUdeviceptr* pointer, std::size_t bytes) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (pointer == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  if (state.deviceBytes + bytes > state.memoryLimit) return CUDA_ERROR_OUT_OF_MEMORY;
+  void* memory = AllocateAligned(bytes);
+  if (memory == nullptr) return CUDA_ERROR_OUT_OF_MEMORY;
+  *pointer = reinterpret_cast<std::uintptr_t>(memory);
+  state.deviceAllocations[*pointer] = bytes;
+  state.deviceBytes += bytes;
+  return CUDA_SUCCESS;
+}
+
+CUresult AllocateHost(void** pointer, std::size_t bytes) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (pointer == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  void* memory = AllocateAligned(bytes);
+  if (memory == nullptr) return CUDA_ERROR_OUT_OF_MEMORY;
+  *pointer = memory;
+  state.hostAllocations[memory] = bytes;
+  return CUDA_SUCCESS;
+}
+
+CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstream stream) {
+  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  const Function& function = *reinterpret_cast<Function*>(handle);
+  FakeCUDALaunch launch = {};
+  launch.function = function.name.c_str();
+  launch.gridX = gridX;
+  launch.gridY = gridY;
+  launch.blockX = function.blockX;
+  launch.blockY = function.blockY;
+  launch.blockZ = function.blockZ;
+  launch.stream = stream;
+  launch.paramSize = function.paramSize;
+  std::memcpy(launch.params, function.params, sizeof launch.params);
+  State& state = TheState();
+  Lock lock(state.mutex);
+  state.launches.push_back(launch);
+  return CUDA_SUCCESS;
+}
+
+CUresult SetParameter(CUfunction handle, int offset, const void* bytes, unsigned size) {
+  if (handle == nullptr || offset < 0 || bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  Function& function = *reinterpret_cast<Function*>(handle);
+  if (static_cast<std::size_t>(offset) + size > sizeof function.params) return CUDA_ERROR_INVALID_VALUE;
+  std::memcpy(function.params + offset, bytes, size);
+  return CUDA_SUCCESS;
+}
+
+CUresult NewContext(CUcontext* context, CUdevice device) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (context == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  if (FindDevice(state, device) == nullptr) return CUDA_ERROR_INVALID_DEVICE;
+  *context = state.NewHandle<CUcontext>();
+  currentContexts.push_back(*context);
+  return CUDA_SUCCESS;
+}
+
+// Host memory stands for device memory, so every copy is a plain memcpy.
+CUresult Copy(void* destination, const void* source, std::size_t bytes) {
+  if (bytes != 0 && (destination == nullptr || source == nullptr)) return CUDA_ERROR_INVALID_VALUE;
+  if (bytes != 0) std::memmove(destination, source, bytes);
+  return CUDA_SUCCESS;
+}
+
+void* Address(CUdeviceptr pointer) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(pointer)); }
+
+CUresult Copy2D(const CUDA_MEMCPY2D* copy) {
+  if (copy == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  const char* source = copy->srcMemoryType == CU_MEMORYTYPE_HOST ? static_cast<const char*>(copy->srcHost)
+                                                                  : static_cast<const char*>(Address(copy->srcDevice));
+  char* destination = copy->dstMemoryType == CU_MEMORYTYPE_HOST ? static_cast<char*>(copy->dstHost)
+                                                                 : static_cast<char*>(Address(copy->dstDevice));
+  if (source == nullptr || destination == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  for (std::size_t row = 0; row < copy->Height; ++row) {
+    std::memmove(destination + (copy->dstY + row) * copy->dstPitch + copy->dstXInBytes,
+                 source + (copy->srcY + row) * copy->srcPitch + copy->srcXInBytes, copy->WidthInBytes);
+  }
+  return CUDA_SUCCESS;
+}
+
+template <class T>
+CUresult Fill2D(CUdeviceptr destination, std::size_t pitch, T value, std::size_t width, std::size_t height) {
+  if (destination == 0) return CUDA_ERROR_INVALID_VALUE;
+  for (std::size_t row = 0; row < height; ++row) {
+    T* line = reinterpret_cast<T*>(static_cast<char*>(Address(destination)) + row * pitch);
+    std::fill(line, line + width, value);
+  }
+  return CUDA_SUCCESS;
+}
+
+template <class Object>
+CUresult LookUp(std::map<std::string, std::unique_ptr<Object>>& objects, const char* name, Object** out) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (out == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  if (state.missingSymbols.count(name) != 0) return CUDA_ERROR_NOT_FOUND;
+  std::unique_ptr<Object>& object = objects[name];
+  if (!object) object.reset(new Object());
+  *out = object.get();
+  return CUDA_SUCCESS;
+}
+
+}  // namespace
+
+bool Enter(const char* exported, const char* slot, std::vector<std::uint64_t> args, CUresult* forced) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  state.calls.push_back(Call{exported, std::move(args)});
+  ++state.counts[slot];
+  auto failure = state.failures.find(slot);
+  if (failure == state.failures.end()) return false;
+  if (failure->second.skip > 0) {
+    --failure->second.skip;
+    return false;
+  }
+  if (failure->second.count == 0) return false;
+  if (failure->second.count > 0) --failure->second.count;
+  *forced = failure->second.result;
+  return true;
+}
+
+CUresult Impl_cuDriverGetVersion(int* version) {
+  if (version == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  State& state = TheState();
+  Lock lock(state.mutex);
+  *version = state.driverVersion;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuDeviceGetCount(int* count) {
+  if (count == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  State& state = TheState();
+  Lock lock(state.mutex);
+  *count = static_cast<int>(state.devices.size());
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuDeviceGet(CUdevice* device, int ordinal) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (device == nullptr || FindDevice(state, ordinal) == nullptr) return CUDA_ERROR_INVALID_DEVICE;
+  *device = ordinal;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuDeviceGetName(char* name, int length, CUdevice device) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  const Device* found = FindDevice(state, device);
+  if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
+  if (name == nullptr || length <= 0) return CUDA_ERROR_INVALID_VALUE;
+  const std::size_t copied = std::min(found->name.size(), static_cast<std::size_t>(length - 1));
+  std::memcpy(name, found->name.data(), copied);
+  name[copied] = '\0';
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuDeviceComputeCapability(int* major, int* minor, CUdevice device) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  const Device* found = FindDevice(state, device);
+  if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
+  if (major == nullptr || minor == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  *major = found->major;
+  *minor = found->minor;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuDeviceTotalMem(std::size_t* bytes, CUdevice device) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  const Device* found = FindDevice(state, device);
+  if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
+  if (bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  *bytes = found->totalMemory;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuDeviceGetAttribute(int* value, CUdevice_attribute attribute, CUdevice device) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  const Device* found = FindDevice(state, device);
+  if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
+  if (value == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  auto set = found->attributes.find(attribute);
+  if (set != found->attributes.end()) {
+    *value = set->second;
+  } else if (attribute == CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT) {
+    *value = 512;
+  } else if (attribute == CU_DEVICE_ATTRIBUTE_COMPUTE_CAPABILITY_MAJOR) {
+    *value = found->major;
+  } else if (attribute == CU_DEVICE_ATTRIBUTE_COMPUTE_CAPABILITY_MINOR) {
+    *value = found->minor;
+  } else {
+    *value = 0;
+  }
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuCtxCreate(CUcontext* context, unsigned int, CUdevice device) { return NewContext(context, device); }
+CUresult Impl_cuGLCtxCreate(CUcontext* context, unsigned int, CUdevice device) { return NewContext(context, device); }
+
+CUresult Impl_cuCtxDestroy(CUcontext context) {
+  if (context == nullptr) return CUDA_ERROR_INVALID_CONTEXT;
+  currentContexts.erase(std::remove(currentContexts.begin(), currentContexts.end(), context), currentContexts.end());
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuCtxPushCurrent(CUcontext context) {
+  if (context == nullptr) return CUDA_ERROR_INVALID_CONTEXT;
+  currentContexts.push_back(context);
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuCtxPopCurrent(CUcontext* context) {
+  if (currentContexts.empty()) return CUDA_ERROR_INVALID_CONTEXT;
+  if (context != nullptr) *context = currentContexts.back();
+  currentContexts.pop_back();
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuCtxGetCurrent(CUcontext* context) {
+  if (context == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  *context = currentContexts.empty() ? nullptr : currentContexts.back();
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuCtxSetCurrent(CUcontext context) {
+  if (!currentContexts.empty()) currentContexts.pop_back();
+  if (context != nullptr) currentContexts.push_back(context);
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuMemAlloc(CUdeviceptr* pointer, std::size_t bytes) { return AllocateDevice(pointer, bytes); }
+
+CUresult Impl_cuMemFree(CUdeviceptr pointer) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  auto allocation = state.deviceAllocations.find(pointer);
+  if (allocation == state.deviceAllocations.end()) return CUDA_ERROR_INVALID_VALUE;
+  state.deviceBytes -= allocation->second;
+  std::free(Address(pointer));
+  state.deviceAllocations.erase(allocation);
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuMemHostAlloc(void** pointer, std::size_t bytes, unsigned int) { return AllocateHost(pointer, bytes); }
+CUresult Impl_cuMemAllocHost(void** pointer, std::size_t bytes) { return AllocateHost(pointer, bytes); }
+
+CUresult Impl_cuMemFreeHost(void* pointer) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  auto allocation = state.hostAllocations.find(pointer);
+  if (allocation == state.hostAllocations.end()) return CUDA_ERROR_INVALID_VALUE;
+  std::free(pointer);
+  state.hostAllocations.erase(allocation);
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuMemGetInfo(std::size_t* free, std::size_t* total) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (free == nullptr || total == nullptr || state.devices.empty()) return CUDA_ERROR_INVALID_VALUE;
+  *total = state.devices.front().totalMemory;
+  *free = *total > state.deviceBytes ? *total - state.deviceBytes : 0;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuMemcpyHtoD(CUdeviceptr destination, const void* source, std::size_t bytes) {
+  return Copy(Address(destination), source, bytes);
+}
+CUresult Impl_cuMemcpyDtoH(void* destination, CUdeviceptr source, std::size_t bytes) {
+  return Copy(destination, Address(source), bytes);
+}
+CUresult Impl_cuMemcpyDtoD(CUdeviceptr destination, CUdeviceptr source, std::size_t bytes) {
+  return Copy(Address(destination), Address(source), bytes);
+}
+CUresult Impl_cuMemcpy(CUdeviceptr destination, CUdeviceptr source, std::size_t bytes) {
+  return Copy(Address(destination), Address(source), bytes);
+}
+CUresult Impl_cuMemcpyHtoDAsync(CUdeviceptr destination, const void* source, std::size_t bytes, CUstream) {
+  return Copy(Address(destination), source, bytes);
+}
+CUresult Impl_cuMemcpyDtoHAsync(void* destination, CUdeviceptr source, std::size_t bytes, CUstream) {
+  return Copy(destination, Address(source), bytes);
+}
+CUresult Impl_cuMemcpy2D(const CUDA_MEMCPY2D* copy) { return Copy2D(copy); }
+CUresult Impl_cuMemcpy2DUnaligned(const CUDA_MEMCPY2D* copy) { return Copy2D(copy); }
+CUresult Impl_cuMemcpy2DAsync(const CUDA_MEMCPY2D* copy, CUstream) { return Copy2D(copy); }
+
+CUresult Impl_cuMemsetD8(CUdeviceptr destination, unsigned char value, std::size_t count) {
+  return Fill2D(destination, count, value, count, 1);
+}
+CUresult Impl_cuMemsetD16(CUdeviceptr destination, unsigned short value, std::size_t count) {
+  return Fill2D(destination, count * 2, value, count, 1);
+}
+CUresult Impl_cuMemsetD32(CUdeviceptr destination, unsigned int value, std::size_t count) {
+  return Fill2D(destination, count * 4, value, count, 1);
+}
+CUresult Impl_cuMemsetD2D8(CUdeviceptr destination, std::size_t pitch, unsigned char value, std::size_t width,
+                           std::size_t height) {
+  return Fill2D(destination, pitch, value, width, height);
+}
+CUresult Impl_cuMemsetD2D16(CUdeviceptr destination, std::size_t pitch, unsigned short value, std::size_t width,
+                            std::size_t height) {
+  return Fill2D(destination, pitch, value, width, height);
+}
+CUresult Impl_cuMemsetD2D32(CUdeviceptr destination, std::size_t pitch, unsigned int value, std::size_t width,
+                            std::size_t height) {
+  return Fill2D(destination, pitch, value, width, height);
+}
+
+CUresult Impl_cuStreamCreate(CUstream* stream, unsigned int) {
+  if (stream == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  State& state = TheState();
+  Lock lock(state.mutex);
+  *stream = state.NewHandle<CUstream>();
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuEventCreate(CUevent* event, unsigned int) {
+  if (event == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  State& state = TheState();
+  Lock lock(state.mutex);
+  std::unique_ptr<Event> created(new Event{state.eventsComplete});
+  *event = reinterpret_cast<CUevent>(created.get());
+  state.events[*event] = std::move(created);
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuEventRecord(CUevent event, CUstream) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  auto found = state.events.find(event);
+  if (found == state.events.end()) return CUDA_ERROR_INVALID_HANDLE;
+  found->second->complete = state.eventsComplete;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuEventQuery(CUevent event) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  auto found = state.events.find(event);
+  if (found == state.events.end()) return CUDA_ERROR_INVALID_HANDLE;
+  return found->second->complete ? CUDA_SUCCESS : CUDA_ERROR_NOT_READY;
+}
+
+CUresult Impl_cuEventSynchronize(CUevent event) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  auto found = state.events.find(event);
+  if (found == state.events.end()) return CUDA_ERROR_INVALID_HANDLE;
+  found->second->complete = true;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuEventDestroy(CUevent event) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  return state.events.erase(event) != 0 ? CUDA_SUCCESS : CUDA_ERROR_INVALID_HANDLE;
+}
+
+CUresult Impl_cuEventElapsedTime(float* milliseconds, CUevent, CUevent) {
+  if (milliseconds == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  *milliseconds = 1.0f;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuModuleLoadData(CUmodule* module, const void* image) {
+  if (module == nullptr || image == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  State& state = TheState();
+  Lock lock(state.mutex);
+  state.modules.emplace_back(new Module);
+  *module = reinterpret_cast<CUmodule>(state.modules.back().get());
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuModuleLoadDataEx(CUmodule* module, const void* image, unsigned int, CUjit_option*, void**) {
+  return Impl_cuModuleLoadData(module, image);
+}
+
+CUresult Impl_cuModuleLoad(CUmodule* module, const char* path) { return Impl_cuModuleLoadData(module, path); }
+
+CUresult Impl_cuModuleGetFunction(CUfunction* function, CUmodule module, const char* name) {
+  if (module == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  Function* found = nullptr;
+  const CUresult result = LookUp(reinterpret_cast<Module*>(module)->functions, name, &found);
+  if (result != CUDA_SUCCESS) return result;
+  found->name = name;
+  *function = reinterpret_cast<CUfunction>(found);
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuModuleGetTexRef(CUtexref* texture, CUmodule module, const char* name) {
+  if (module == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  int* found = nullptr;
+  const CUresult result = LookUp(reinterpret_cast<Module*>(module)->textures, name, &found);
+  if (result == CUDA_SUCCESS) *texture = reinterpret_cast<CUtexref>(found);
+  return result;
+}
+
+CUresult Impl_cuFuncSetBlockShape(CUfunction handle, int x, int y, int z) {
+  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (x <= 0 || y <= 0 || z <= 0) return CUDA_ERROR_INVALID_VALUE;
+  Function& function = *reinterpret_cast<Function*>(handle);
+  function.blockX = static_cast<unsigned>(x);
+  function.blockY = static_cast<unsigned>(y);
+  function.blockZ = static_cast<unsigned>(z);
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuParamSetSize(CUfunction handle, unsigned int bytes) {
+  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (bytes > sizeof(FakeCUDALaunch::params)) return CUDA_ERROR_INVALID_VALUE;
+  reinterpret_cast<Function*>(handle)->paramSize = bytes;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuParamSetv(CUfunction handle, int offset, void* bytes, unsigned int size) {
+  return SetParameter(handle, offset, bytes, size);
+}
+CUresult Impl_cuParamSeti(CUfunction handle, int offset, unsigned int value) {
+  return SetParameter(handle, offset, &value, sizeof value);
+}
+CUresult Impl_cuParamSetf(CUfunction handle, int offset, float value) {
+  return SetParameter(handle, offset, &value, sizeof value);
+}
+
+CUresult Impl_cuLaunch(CUfunction function) { return RecordLaunch(function, 1, 1, nullptr); }
+CUresult Impl_cuLaunchGrid(CUfunction function, int width, int height) {
+  if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
+  return RecordLaunch(function, width, height, nullptr);
+}
+CUresult Impl_cuLaunchGridAsync(CUfunction function, int width, int height, CUstream stream) {
+  if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
+  return RecordLaunch(function, width, height, stream);
+}
+CUresult Impl_cuLaunchKernel(CUfunction handle, unsigned int gridX, unsigned int gridY, unsigned int,
+                             unsigned int blockX, unsigned int blockY, unsigned int blockZ, unsigned int,
+                             CUstream stream, void**, void**) {
+  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  Function& function = *reinterpret_cast<Function*>(handle);
+  function.blockX = blockX;
+  function.blockY = blockY;
+  function.blockZ = blockZ;
+  return RecordLaunch(handle, gridX, gridY, stream);
+}
+
+}  // namespace fakecuda
+
+using fakecuda::Lock;
+using fakecuda::TheState;
+
+FAKECUDA_API void fakecuda_Reset(void) {
+  Lock lock(TheState().mutex);
+  TheState().Reset();
+}
+
+FAKECUDA_API void fakecuda_SetDriverVersion(int version) {
+  Lock lock(TheState().mutex);
+  TheState().driverVersion = version;
+}
+
+FAKECUDA_API void fakecuda_ClearDevices(void) {
+  Lock lock(TheState().mutex);
+  TheState().devices.clear();
+}
+
+FAKECUDA_API int fakecuda_AddDevice(const char* name, int major, int minor, unsigned long long totalMemory) {
+  Lock lock(TheState().mutex);
+  TheState().devices.push_back(fakecuda::Device{name != nullptr ? name : "", major, minor, totalMemory, {}});
+  return static_cast<int>(TheState().devices.size()) - 1;
+}
+
+FAKECUDA_API void fakecuda_SetDeviceAttribute(int ordinal, int attribute, int value) {
+  Lock lock(TheState().mutex);
+  if (ordinal >= 0 && static_cast<std::size_t>(ordinal) < TheState().devices.size()) {
+    TheState().devices[ordinal].attributes[attribute] = value;
+  }
+}
+
+FAKECUDA_API void fakecuda_SetFailure(const char* name, int result, int skip, int count) {
+  Lock lock(TheState().mutex);
+  TheState().failures[name] = fakecuda::Failure{result, skip, count};
+}
+
+FAKECUDA_API void fakecuda_ClearFailures(void) {
+  Lock lock(TheState().mutex);
+  TheState().failures.clear();
+}
+
+FAKECUDA_API unsigned long long fakecuda_CallCount(const char* name) {
+  Lock lock(TheState().mutex);
+  auto found = TheState().counts.find(name);
+  return found == TheState().counts.end() ? 0 : found->second;
+}
+
+FAKECUDA_API unsigned long long fakecuda_CallLogSize(void) {
+  Lock lock(TheState().mutex);
+  return TheState().calls.size();
+}
+
+FAKECUDA_API const char* fakecuda_CallName(unsigned long long index) {
+  Lock lock(TheState().mutex);
+  return index < TheState().calls.size() ? TheState().calls[index].name.c_str() : "";
+}
+
+FAKECUDA_API int fakecuda_CallArgs(unsigned long long index, unsigned long long* words, int capacity) {
+  Lock lock(TheState().mutex);
+  if (index >= TheState().calls.size() || words == nullptr) return -1;
+  const std::vector<std::uint64_t>& args = TheState().calls[index].args;
+  const int count = std::min(capacity, static_cast<int>(args.size()));
+  std::copy(args.begin(), args.begin() + count, words);
+  return count;
+}
+
+FAKECUDA_API void fakecuda_ClearCallLog(void) {
+  Lock lock(TheState().mutex);
+  TheState().calls.clear();
+  TheState().counts.clear();
+  TheState().launches.clear();
+}
+
+FAKECUDA_API void fakecuda_SetEventsComplete(int complete) {
+  Lock lock(TheState().mutex);
+  TheState().eventsComplete = complete != 0;
+}
+
+FAKECUDA_API void fakecuda_SetEventComplete(void* event, int complete) {
+  Lock lock(TheState().mutex);
+  auto found = TheState().events.find(static_cast<CUevent>(event));
+  if (found != TheState().events.end()) found->second->complete = complete != 0;
+}
+
+FAKECUDA_API void fakecuda_SetMemoryLimit(unsigned long long bytes) {
+  Lock lock(TheState().mutex);
+  TheState().memoryLimit = bytes;
+}
+
+FAKECUDA_API unsigned long long fakecuda_LiveDeviceAllocations(void) {
+  Lock lock(TheState().mutex);
+  return TheState().deviceAllocations.size();
+}
+
+FAKECUDA_API unsigned long long fakecuda_LiveHostAllocations(void) {
+  Lock lock(TheState().mutex);
+  return TheState().hostAllocations.size();
+}
+
+FAKECUDA_API unsigned long long fakecuda_LiveEvents(void) {
+  Lock lock(TheState().mutex);
+  return TheState().events.size();
+}
+
+FAKECUDA_API void fakecuda_SetMissingSymbol(const char* name) {
+  Lock lock(TheState().mutex);
+  TheState().missingSymbols.insert(name);
+}
+
+FAKECUDA_API unsigned long long fakecuda_LaunchCount(void) {
+  Lock lock(TheState().mutex);
+  return TheState().launches.size();
+}
+
+FAKECUDA_API int fakecuda_GetLaunch(unsigned long long index, FakeCUDALaunch* launch) {
+  Lock lock(TheState().mutex);
+  if (index >= TheState().launches.size() || launch == nullptr) return 0;
+  *launch = TheState().launches[index];
+  return 1;
+}
+
+FAKECUDA_API int fakecuda_CurrentContextDepth(void) { return static_cast<int>(fakecuda::currentContexts.size()); }
