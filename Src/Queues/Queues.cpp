@@ -1,0 +1,8 @@
+#include "Lumora/Queues.h"
+
+namespace LM {
+
+Event::~Event() = default;
+CommandQueue::~CommandQueue() = default;
+
+}  // namespace LM

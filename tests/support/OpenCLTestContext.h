@@ -1,0 +1,56 @@
+// A real OpenCL context on the first device of the installed runtime (PoCL's CPU device here), for tests of
+// the OpenCL path. Tests that construct it skip when no OpenCL device exists.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Runtime/OpenCLEntryPoints.h"
+
+struct OpenCLTestContext {
+  cl_platform_id platform = nullptr;
+  cl_device_id device = nullptr;
+  cl_context context = nullptr;
+  cl_command_queue queue = nullptr;
+
+  // Returns false (and the reason in *why) when the runtime offers no device.
+  bool Open(std::string* why, cl_command_queue_properties properties = 0) {
+    cl_uint count = 0;
+    if (clGetPlatformIDs(1, &platform, &count) != CL_SUCCESS || count == 0) {
+      *why = "no OpenCL platform";
+      return false;
+    }
+    if (clGetDeviceIDs(platform, CL_DEVICE_TYPE_ALL, 1, &device, &count) != CL_SUCCESS || count == 0) {
+      *why = "no OpenCL device";
+      return false;
+    }
+    cl_int error = CL_SUCCESS;
+    const cl_context_properties contextProperties[] = {CL_CONTEXT_PLATFORM,
+                                                       reinterpret_cast<cl_context_properties>(platform), 0};
+    context = clCreateContext(contextProperties, 1, &device, nullptr, nullptr, &error);
+    if (error != CL_SUCCESS) {
+      *why = "clCreateContext failed";
+      return false;
+    }
+    queue = clCreateCommandQueue(context, device, properties, &error);
+    if (error != CL_SUCCESS) {
+      *why = "clCreateCommandQueue failed";
+      return false;
+    }
+    return true;
+  }
+
+  ~OpenCLTestContext() {
+    if (queue != nullptr) clReleaseCommandQueue(queue);
+    if (context != nullptr) clReleaseContext(context);
+  }
+};
+
+// Opens `name` (an OpenCLTestContext) or skips the test.
+#define LM_OPEN_OPENCL_OR_SKIP(name, ...)              \
+  OpenCLTestContext name;                              \
+  {                                                    \
+    std::string why;                                   \
+    if (!name.Open(&why, ##__VA_ARGS__)) GTEST_SKIP() << why; \
+  }
