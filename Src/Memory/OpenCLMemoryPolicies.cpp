@@ -1,0 +1,68 @@
+#include "Memory/OpenCLMemoryPolicies.h"
+
+#include <zelcore/Utility.h>
+
+#include <cstdint>
+
+#include "Runtime/FailureReport.h"
+#include "Runtime/OpenCLEntryPoints.h"
+
+namespace LM {
+
+namespace {
+
+// The property-word fields the image format depends on.
+constexpr std::uint32_t kLayoutMask = 0x00000C00u;         // non-zero: packed 4:2:2 or planar 4:2:0
+constexpr std::uint32_t kComponentKindMask = 0x0000000Eu;  // 0: 8-bit; 6 (kind 3): 16-bit
+constexpr std::uint32_t kComponentKind8Bit = 0x0u;
+constexpr std::uint32_t kComponentKind16Bit = 0x6u;
+
+}  // namespace
+
+cl_image_format OpenCLImageFormatFor(zelmediatypes::PixelFormat format) {
+  const std::uint32_t properties = format.properties;
+  const std::uint32_t kind = properties & kComponentKindMask;
+  cl_image_format imageFormat;
+  imageFormat.image_channel_order = (properties & kLayoutMask) != 0 ? CL_R : CL_RGBA;
+  imageFormat.image_channel_data_type = kind == kComponentKind8Bit    ? CL_UNORM_INT8
+                                        : kind == kComponentKind16Bit ? CL_HALF_FLOAT
+                                                                      : CL_FLOAT;
+  return imageFormat;
+}
+
+PoolBlock OpenCLDeviceMemoryPoolManager::Allocate(const AllocationKey& key, std::size_t* allocatedBytes) {
+  cl_int error = CL_SUCCESS;
+  cl_mem memory = nullptr;
+  if (key.size != 0) {
+    memory = clCreateBuffer(context_, CL_MEM_READ_WRITE, static_cast<std::size_t>(key.size), nullptr, &error);
+  } else if (key.width > 0 && key.height > 0) {
+    const cl_image_format imageFormat = OpenCLImageFormatFor(key.format);
+    memory = clCreateImage2D(context_, CL_MEM_READ_WRITE, &imageFormat, static_cast<std::size_t>(key.width),
+                             static_cast<std::size_t>(key.height), 0, nullptr, &error);
+  } else {
+    return {};
+  }
+  if (error != CL_SUCCESS || memory == nullptr) return {};
+  *allocatedBytes = static_cast<std::size_t>(key.ByteSize());
+  return PoolBlock{memory, {}};
+}
+
+void OpenCLDeviceMemoryPoolManager::Free(void* pointer, const AllocationKey&) {
+  const cl_int result = clReleaseMemObject(static_cast<cl_mem>(pointer));
+  static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Memory object release failure: "));
+}
+
+PoolBlock OpenCLHostMemoryPoolManager::Allocate(const AllocationKey& key, std::size_t* allocatedBytes) {
+  std::size_t actualSize = 0;
+  void* pointer =
+      zelcore::utility::MemoryRecycler::Allocate(static_cast<std::size_t>(key.ByteSize()), actualSize);
+  if (pointer == nullptr) return {};
+  *allocatedBytes = actualSize;
+  return PoolBlock{pointer, {}};
+}
+
+void OpenCLHostMemoryPoolManager::Free(void* pointer, const AllocationKey& key) {
+  zelcore::utility::MemoryRecycler::Recycle(pointer, static_cast<std::size_t>(key.ByteSize()));
+}
+
+}  // namespace LM
