@@ -3,5 +3,6 @@
 
 #include "Lumora/Export.h"
 #include "Lumora/Lifecycle.h"
+#include "Lumora/OpenCLModuleLoader.h"
 #include "Lumora/PixelFormats.h"
 #include "Lumora/Runtime.h"
