@@ -23,17 +23,24 @@ demo: build
 test: build
 	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
-# The suite under AddressSanitizer and UndefinedBehaviorSanitizer, in a build folder of its own.
+# The suite under AddressSanitizer and UndefinedBehaviorSanitizer, then under ThreadSanitizer, each in a
+# build folder of its own. tests/support/*.supp say which reports of third-party libraries are set aside.
 test-sanitize: deps
 	@cmake -S . -B $(BUILD)-asan -DCMAKE_BUILD_TYPE=Debug -DLUMORA_BUILD_BENCH=OFF \
 	  -DLUMORA_SANITIZE=address,undefined >/dev/null
 	@cmake --build $(BUILD)-asan -j $(JOBS)
 	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/support/lsan.supp \
 	  ctest --test-dir $(BUILD)-asan --output-on-failure -j $(JOBS)
+	@cmake -S . -B $(BUILD)-tsan -DCMAKE_BUILD_TYPE=Debug -DLUMORA_BUILD_BENCH=OFF \
+	  -DLUMORA_SANITIZE=thread >/dev/null
+	@cmake --build $(BUILD)-tsan -j $(JOBS)
+	@TSAN_OPTIONS="suppressions=$(CURDIR)/tests/support/tsan.supp halt_on_error=1" \
+	  ctest --test-dir $(BUILD)-tsan --output-on-failure -j $(JOBS)
 
 bench: configure
 	@cmake --build $(BUILD) -j $(JOBS) --target lumora_bench
 	@$(BUILD)/bin/lumora_bench --benchmark_out=$(BUILD)/bench-results.json --benchmark_out_format=json
 
 clean:
-	@rm -rf $(BUILD) $(BUILD)-asan
+	@rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan

@@ -1,23 +1,35 @@
+// Start-up and shut-down of the library, and its registry of devices.
 #include "Lumora/Lifecycle.h"
 
 #include <OXR/CriticalSection.h>
+#include <boost/bind/bind.hpp>
+#include <set>
 #include <vector>
+#include <zelcore/Threads.h>
 #include <zelmediatypes/PixelFormatTable.h>
 
 #include "Devices/Configuration.h"
+#include "Devices/DeviceSuite.h"
+#include "Lumora/Device.h"
 #include "Lumora/PixelFormats.h"
+#include "Lumora/Qualification.h"
 #include "Runtime/CUDADriverTable.h"
+#include "Runtime/OpenCLEntryPoints.h"
 
 namespace LM {
 
 namespace {
 
 // Process-wide state, guarded by the library lock. The registry is read without the lock: hosts query
-// devices only between start-up and shut-down.
+// devices between start-up and shut-down, never during them.
 struct Library {
   OXR::CriticalSection lock;
   unsigned int initializeCount = 0;
+  // Set once the suite is registered and devices were started; never cleared, so a later Initialize(true)
+  // in the same process neither registers the suite again nor starts contexts again.
+  bool started = false;
   std::vector<boost::shared_ptr<Device>> registry;
+  std::set<zelcore::UTF16String> matchNames;
 };
 
 Library& TheLibrary() {
@@ -32,30 +44,94 @@ bool AccelerationDisabled() {
   return ReadDebugSwitch("LM.DisableAcceleratedRenderer") && ReadDebugSwitch("LM.DisableAcceleratedDisplay");
 }
 
+// CUDA devices in driver ordinal order; an ordinal that cannot be had or made leaves no gap in the indices.
+void EnumerateCUDADevices(std::vector<boost::shared_ptr<Device>>& registry) {
+  int count = 0;
+  if (CUDA.cuDeviceGetCount(&count) != CUDA_SUCCESS || count <= 0) return;
+  registry.reserve(registry.size() + static_cast<std::size_t>(count));
+  unsigned int accepted = 0;
+  for (int ordinal = 0; ordinal < count; ++ordinal) {
+    CUdevice cudaDevice = 0;
+    if (CUDA.cuDeviceGet(&cudaDevice, ordinal) != CUDA_SUCCESS) continue;
+    boost::shared_ptr<Device> device =
+        Device::Create(accepted, static_cast<unsigned int>(registry.size()), cudaDevice);
+    if (!device) continue;
+    registry.push_back(device);
+    ++accepted;
+  }
+}
+
+// OpenCL devices by platform, then by device: GPUs, and with "LM.OpenCLIncludeCPUDevices" CPU devices too.
+void EnumerateOpenCLDevices(std::vector<boost::shared_ptr<Device>>& registry) {
+  cl_uint platformCount = 0;
+  if (clGetPlatformIDs(0, nullptr, &platformCount) != CL_SUCCESS || platformCount == 0) return;
+  std::vector<cl_platform_id> platforms(platformCount);
+  if (clGetPlatformIDs(platformCount, platforms.data(), nullptr) != CL_SUCCESS) return;
+  const cl_device_type types =
+      ReadDebugSwitch("LM.OpenCLIncludeCPUDevices") ? (CL_DEVICE_TYPE_GPU | CL_DEVICE_TYPE_CPU) : CL_DEVICE_TYPE_GPU;
+  unsigned int accepted = 0;
+  for (cl_platform_id platform : platforms) {
+    cl_uint deviceCount = 0;
+    if (clGetDeviceIDs(platform, types, 0, nullptr, &deviceCount) != CL_SUCCESS || deviceCount == 0) continue;
+    std::vector<cl_device_id> devices(deviceCount);
+    if (clGetDeviceIDs(platform, types, deviceCount, devices.data(), nullptr) != CL_SUCCESS) continue;
+    registry.reserve(registry.size() + deviceCount);
+    for (cl_device_id id : devices) {
+      boost::shared_ptr<Device> device =
+          Device::Create(accepted, static_cast<unsigned int>(registry.size()), platform, id);
+      if (!device) continue;
+      registry.push_back(device);
+      ++accepted;
+    }
+  }
+}
+
+// Context creation runs on a host CPU-bound executor; the executor handle is dropped at once.
+void StartDevices(const std::vector<boost::shared_ptr<Device>>& registry) {
+  for (const boost::shared_ptr<Device>& device : registry) {
+    if (!MeetsMinimumRequirementsForUse(device)) continue;
+    device->SetQualified(true);
+    device->MarkContextStarting();
+    zelcore::threads::CreateCPUBoundExecutor()->Post(boost::bind(&Device::InitializeContext, device));
+  }
+}
+
 }  // namespace
 
-void Initialize(bool /*startDevices*/) {
+void Initialize(bool startDevices) {
   Library& library = TheLibrary();
   OXR::CriticalSectionLock guard(library.lock, "LM::Initialize");
-  if (++library.initializeCount != 1) return;
-  if (AccelerationDisabled()) return;
-
-  for (const PixelFormat& format : kGPUPixelFormats) {
-    zelmediatypes::RegisterCustomPixelFormatProperties(format.code, format.properties);
+  if (++library.initializeCount == 1) {
+    if (AccelerationDisabled()) return;
+    for (const PixelFormat& format : kGPUPixelFormats) {
+      zelmediatypes::RegisterCustomPixelFormatProperties(format.code, format.properties);
+    }
+    if (BindCUDADriver(0, 4000) == CUDA_SUCCESS || BindCUDADriver(0, 0) == CUDA_SUCCESS) {
+      EnumerateCUDADevices(library.registry);
+    }
+    if (IsOpenCLEnabled()) EnumerateOpenCLDevices(library.registry);
   }
-
-  // Binds the driver table for the rest of the process: for API 4.0, or failing that the legacy API.
-  IsCUDADriverAvailable();
+  if (library.started || !startDevices) return;
+  RegisterDeviceSuite();
+  StartDevices(library.registry);
+  library.started = true;
 }
 
 void Terminate() {
   Library& library = TheLibrary();
   OXR::CriticalSectionLock guard(library.lock, "LM::Terminate");
-  if (library.initializeCount == 0) return;
+  if (library.initializeCount == 0) return;  // unmatched: nothing to undo
   if (library.initializeCount != 1) {
     --library.initializeCount;
     return;
   }
+  if (library.started) {
+    for (const boost::shared_ptr<Device>& device : library.registry) {
+      device->WaitForContext();
+      device->ShutDown(true);
+    }
+  }
+  library.matchNames.clear();
   library.registry.clear();
   library.initializeCount = 0;
 }
@@ -65,6 +141,33 @@ unsigned int GetDeviceCount() { return static_cast<unsigned int>(TheLibrary().re
 boost::shared_ptr<Device> GetDevice(unsigned int index) {
   const std::vector<boost::shared_ptr<Device>>& registry = TheLibrary().registry;
   return index < registry.size() ? registry[index] : boost::shared_ptr<Device>();
+}
+
+boost::shared_ptr<Device> GetPrimaryDevice(DeviceFramework framework) {
+  for (const boost::shared_ptr<Device>& device : TheLibrary().registry) {
+    if (device->GetFramework() == framework && device->IsQualified()) return device;
+  }
+  return boost::shared_ptr<Device>();
+}
+
+// A listed card is present that only its driver holds back.
+bool RequiresUpdatedDriver() {
+  for (const boost::shared_ptr<Device>& device : TheLibrary().registry) {
+    if (!device->IsQualified() && !MeetsMinimumDriverRequirements(device) && MatchesNamedCardList(device)) return true;
+  }
+  return false;
+}
+
+void RegisterMatchName(const zelcore::UTF16String& name) {
+  Library& library = TheLibrary();
+  OXR::CriticalSectionLock guard(library.lock, "LM::RegisterMatchName");
+  library.matchNames.insert(name);
+}
+
+bool HasRegisteredMatchName(const zelcore::UTF16String& name) {
+  Library& library = TheLibrary();
+  OXR::CriticalSectionLock guard(library.lock, "LM::HasRegisteredMatchName");
+  return library.matchNames.count(name) != 0;
 }
 
 }  // namespace LM

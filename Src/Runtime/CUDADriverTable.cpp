@@ -19,8 +19,8 @@ const char* CUDADriverLibraryName = "libcuda.so.1";
 
 namespace {
 
-// Looks names up in one loaded driver library. A missing required name is reported once, and every later
-// Bind of the same run is refused, so a chain of binds stops at the first gap.
+// Looks names up in one loaded driver library and stores them in their slots. A missing required name is
+// reported; the caller stops binding at the first one.
 class Binder {
  public:
   explicit Binder(void* library) : library_(library) {}
@@ -34,18 +34,27 @@ class Binder {
       std::fflush(stdout);
       return false;
     }
-    slot = reinterpret_cast<Slot>(symbol);
+    Store(slot, symbol);
     return true;
   }
 
   template <class Slot>
   bool BindOptional(Slot& slot, const char* name) {
     void* symbol = FindLibrarySymbol(library_, name);
-    if (symbol != nullptr) slot = reinterpret_cast<Slot>(symbol);
+    if (symbol != nullptr) Store(slot, symbol);
     return symbol != nullptr;
   }
 
  private:
+  // A later start-up binds the same driver again while other threads may be calling through the table
+  // (a device shutting down on a worker thread, say): a slot that already holds the address is left
+  // untouched, so binding the same library again writes nothing.
+  template <class Slot>
+  static void Store(Slot& slot, void* symbol) {
+    const Slot value = reinterpret_cast<Slot>(symbol);
+    if (slot != value) slot = value;
+  }
+
   void* library_;
 };
 

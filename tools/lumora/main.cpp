@@ -1,6 +1,7 @@
 // lumora: the command-line face of the library, for people embedding it. `lumora devices` starts the
 // library, lists the compute devices it registers and shuts it down again.
 #include <Lumora/Lumora.h>
+#include <zelcore/Debug.h>
 
 #include <cstdio>
 #include <cstring>
@@ -12,7 +13,11 @@ const char kUsage[] =
     "Usage: lumora <command> [options]\n"
     "\n"
     "Commands:\n"
-    "  devices              Start the library, list the compute devices it registers, and stop it.\n"
+    "  devices              Start the library, list the compute devices it registers (framework, vendor,\n"
+    "                       name, compute capability, driver version, memory, and whether each qualifies\n"
+    "                       for use, or the first test it fails), and stop it. OpenCL devices, CPU devices\n"
+    "                       included, are listed unless LUMORA_DEBUG sets LM.EnableOpenCL or\n"
+    "                       LM.OpenCLIncludeCPUDevices itself.\n"
     "\n"
     "Options:\n"
     "  --cuda-driver PATH   Bind the CUDA driver from PATH instead of libcuda.so.1.\n"
@@ -33,22 +38,75 @@ const char* BindResultText(int result) {
   }
 }
 
+const char* FrameworkName(LM::DeviceFramework framework) {
+  return framework == LM::kDeviceFramework_CUDA ? "CUDA" : "OpenCL";
+}
+
+const char* VendorName(LM::Vendor vendor) {
+  switch (vendor) {
+    case LM::kVendor_Apple:
+      return "Apple";
+    case LM::kVendor_AMD:
+      return "AMD";
+    case LM::kVendor_Intel:
+      return "Intel";
+    case LM::kVendor_NVIDIA:
+      return "NVIDIA";
+    default:
+      return "unknown";
+  }
+}
+
+// Sets a switch of the debug database to 1 unless the user set it already (through LUMORA_DEBUG).
+void DefaultSwitchOn(const char* key) {
+  std::string value;
+  if (!zelcore::debug::DebugDatabase::Instance().Lookup(key, value)) {
+    zelcore::debug::DebugDatabase::Instance().Set(key, "1");
+  }
+}
+
+bool SwitchIsOn(const char* key) {
+  std::string value;
+  return zelcore::debug::DebugDatabase::Instance().Lookup(key, value) && (value == "1" || value == "true");
+}
+
 int ListDevices() {
-  LM::Initialize(false);
+  // The command line lists OpenCL devices, CPU ones included, unless told otherwise: that is how Lumora
+  // runs on a machine without a GPU.
+  DefaultSwitchOn("LM.EnableOpenCL");
+  DefaultSwitchOn("LM.OpenCLIncludeCPUDevices");
+  LM::Initialize(true);
   const unsigned int count = LM::GetDeviceCount();
   std::printf("CUDA driver: %s\n", BindResultText(LM::GetCUDADriverBindResult()));
   if (count == 0) {
     std::printf("No compute device found.\n");
     if (LM::GetCUDADriverBindResult() == 0) {
-      std::printf("  CUDA: the driver is bound, but no CUDA device was registered.\n");
+      std::printf("  CUDA: the driver is bound, but it reports no usable CUDA device.\n");
     } else {
       std::printf("  CUDA: no usable CUDA driver was found.\n");
     }
-    std::printf(
-        "  OpenCL: not enabled. Set the key LM.EnableOpenCL (and LM.OpenCLIncludeCPUDevices for CPU devices\n"
-        "          such as PoCL), e.g. LUMORA_DEBUG=\"LM.EnableOpenCL=1;LM.OpenCLIncludeCPUDevices=1\".\n");
+    if (!SwitchIsOn("LM.EnableOpenCL")) {
+      std::printf("  OpenCL: not enabled; the key LM.EnableOpenCL (LUMORA_DEBUG=\"LM.EnableOpenCL=1\") enables it.\n");
+    } else {
+      std::printf("  OpenCL: no OpenCL device was found (is an OpenCL runtime such as pocl-opencl-icd installed?).\n");
+    }
   } else {
-    std::printf("%u device(s) registered.\n", count);
+    std::printf("%-3s %-7s %-8s %-52s %-10s %-8s %-11s %s\n", "#", "API", "Vendor", "Name", "Capability", "Driver",
+                "Memory", "Qualified");
+    for (unsigned int index = 0; index < count; ++index) {
+      const boost::shared_ptr<LM::Device> device = LM::GetDevice(index);
+      std::string qualified = "yes";
+      if (!device->IsQualified()) {
+        const char* failed = LM::FirstFailedRequirement(device);
+        qualified = std::string("no (") + (failed != nullptr ? failed : "not started") + ")";
+      } else if (!device->WaitForContext()) {
+        qualified = "yes, but its context could not be created";
+      }
+      std::printf("%-3u %-7s %-8s %-52.52s %-10.1f %-8.2f %7.2f GiB %s\n", index, FrameworkName(device->GetFramework()),
+                  VendorName(device->GetVendor()), device->GetName().c_str(), device->GetComputeCapability(),
+                  device->GetDriverVersion(), static_cast<double>(device->GetTotalMemory()) / (1ull << 30),
+                  qualified.c_str());
+    }
   }
   LM::Terminate();
   return 0;

@@ -1,0 +1,153 @@
+// Event polling: callbacks run on the device's executor in a later pass, in order, and the poll re-arms
+// itself while events remain. A hand-driven executor makes every pass observable.
+#include <gtest/gtest.h>
+#include <zelcore/Threads.h>
+
+#include <boost/make_shared.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "FakeDriverBinding.h"
+#include "Lumora/Device.h"
+#include "Lumora/EventPoll.h"
+
+namespace {
+
+// An event whose completion the test decides.
+class ScriptedEvent : public LM::Event {
+ public:
+  bool IsComplete() override { return complete; }
+  float ElapsedTime(const boost::shared_ptr<LM::Event>&) override { return 0.0f; }
+  void Wait() override {}
+  void* GetNativeEvent() override { return this; }
+  std::atomic<bool> complete{false};
+};
+
+// Runs nothing until the test says so.
+class ManualExecutor : public zelcore::threads::AsyncExecutor {
+ public:
+  void Post(const boost::function<void()>& task) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    tasks_.push_back(task);
+  }
+  const std::string& Name() const override { return name_; }
+  void WaitUntilIdle() override {}
+
+  std::size_t Pending() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return tasks_.size();
+  }
+  // Runs the tasks queued now (not those they queue).
+  void RunPass() {
+    std::deque<boost::function<void()>> tasks;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      tasks.swap(tasks_);
+    }
+    for (auto& task : tasks) task();
+  }
+  // Waits until a task is queued (re-arms are delayed a few milliseconds by the host).
+  bool AwaitTask() {
+    for (int i = 0; i < 400 && Pending() == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    return Pending() != 0;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::deque<boost::function<void()>> tasks_;
+  std::string name_ = "Manual";
+};
+
+class EventPoll : public testing::Test {
+ protected:
+  void SetUp() override {
+    fake_ = BindFakeDriver();
+    fake_->fakecuda_ClearDevices();
+    fake_->fakecuda_AddDevice("First", 7, 5, 1ull << 33);
+    fake_->fakecuda_AddDevice("Second", 7, 5, 1ull << 33);
+    device_ = LM::Device::Create(0, 0, 0);
+    executor_ = boost::make_shared<ManualExecutor>();
+    device_->SetExecutor(executor_);
+  }
+  std::unique_ptr<FakeCUDA> fake_;
+  boost::shared_ptr<LM::Device> device_;
+  boost::shared_ptr<ManualExecutor> executor_;
+};
+
+TEST_F(EventPoll, ACompleteEventRunsItsCallbackInTheNextPassNotWhenAdded) {
+  auto event = boost::make_shared<ScriptedEvent>();
+  event->complete = true;
+  int runs = 0;
+  LM::AddEventPoll(device_, event, [&runs] { ++runs; });
+  EXPECT_EQ(runs, 0);
+  EXPECT_EQ(executor_->Pending(), 1u);
+  executor_->RunPass();
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(executor_->Pending(), 0u) << "an empty list stops the polling";
+}
+
+TEST_F(EventPoll, PollsOfOneEventRunInOrderInOnePassAndAddingTwiceQueuesOnce) {
+  auto event = boost::make_shared<ScriptedEvent>();
+  std::vector<int> order;
+  LM::AddEventPoll(device_, event, [&order] { order.push_back(1); });
+  LM::AddEventPoll(device_, event, [&order] { order.push_back(2); });
+  EXPECT_EQ(executor_->Pending(), 1u);
+  event->complete = true;
+  executor_->RunPass();
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+}
+
+TEST_F(EventPoll, APassThatFindsNothingCompleteKeepsTheListAndQueuesItselfAgain) {
+  auto pending = boost::make_shared<ScriptedEvent>();
+  auto done = boost::make_shared<ScriptedEvent>();
+  std::vector<int> order;
+  LM::AddEventPoll(device_, pending, [&order] { order.push_back(1); });
+  LM::AddEventPoll(device_, done, [&order] { order.push_back(2); });
+  done->complete = true;
+  executor_->RunPass();
+  EXPECT_EQ(order, (std::vector<int>{2})) << "a later complete event does not wait for an earlier pending one";
+  ASSERT_TRUE(executor_->AwaitTask());
+  executor_->RunPass();
+  EXPECT_EQ(order, (std::vector<int>{2}));
+  pending->complete = true;
+  ASSERT_TRUE(executor_->AwaitTask());
+  executor_->RunPass();
+  EXPECT_EQ(order, (std::vector<int>{2, 1}));
+}
+
+TEST_F(EventPoll, AnEmptyEventCountsAsCompleteAndTheHostMayPollDirectly) {
+  int runs = 0;
+  LM::AddEventPoll(device_, boost::shared_ptr<LM::Event>(), [&runs] { ++runs; });
+  LM::ServiceEventPoll(device_);
+  EXPECT_EQ(runs, 1);
+}
+
+TEST_F(EventPoll, DevicesPollIndependently) {
+  // Real executors here: one device waits forever, the other's callback must still run.
+  boost::shared_ptr<LM::Device> slow = LM::Device::Create(0, 0, 0);
+  boost::shared_ptr<LM::Device> fast = LM::Device::Create(1, 1, 1);
+  auto never = boost::make_shared<ScriptedEvent>();
+  auto ready = boost::make_shared<ScriptedEvent>();
+  ready->complete = true;
+  std::atomic<bool> slowRan{false}, fastRan{false};
+  std::atomic<std::uint64_t> fastThread{0};
+  LM::AddEventPoll(slow, never, [&slowRan] { slowRan = true; });
+  LM::AddEventPoll(fast, ready, [&] {
+    fastThread = zelcore::threads::GetCurrentThreadID();
+    fastRan = true;
+  });
+  for (int i = 0; i < 400 && !fastRan; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_TRUE(fastRan);
+  EXPECT_FALSE(slowRan);
+  EXPECT_NE(fastThread, zelcore::threads::GetCurrentThreadID()) << "callbacks run on the device's executor";
+  never->complete = true;
+  for (int i = 0; i < 400 && !slowRan; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_TRUE(slowRan);
+}
+
+}  // namespace

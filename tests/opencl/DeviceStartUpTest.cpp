@@ -1,0 +1,180 @@
+// The library started on the real OpenCL runtime (PoCL here), as a host would: enumeration with the OpenCL
+// switches, qualification, the context started in the background, pools, modules, event polls, the device
+// suite through the host's suite registry, and shut-down.
+#include <gtest/gtest.h>
+#include <TQ/Suites.h>
+#include <zelcore/Debug.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "Lumora/Device.h"
+#include "Lumora/DeviceSuite.h"
+#include "Lumora/EventPoll.h"
+#include "Lumora/Lifecycle.h"
+#include "Lumora/OpenCLModuleLoader.h"
+#include "Lumora/Results.h"
+#include "Lumora/Runtime.h"
+#include "Runtime/OpenCLEntryPoints.h"
+
+namespace {
+
+const char* kProgram =
+    "// module: StartUpProbe\n"
+    "__kernel void Probe(__global int* out) { out[get_global_id(0)] = (int)get_global_id(0); }\n";
+
+class OpenCLStartUp : public testing::Test {
+ protected:
+  void SetUp() override {
+    zelcore::debug::DebugDatabase::Instance().Set("LM.EnableOpenCL", "1");
+    zelcore::debug::DebugDatabase::Instance().Set("LM.OpenCLIncludeCPUDevices", "1");
+    LM::CUDADriverLibraryName = "/nonexistent/libcuda.so.1";  // no CUDA here, whatever the machine has
+    testing::internal::CaptureStdout();
+    LM::Initialize(true);
+    testing::internal::GetCapturedStdout();
+    if (LM::GetDeviceCount() == 0) GTEST_SKIP() << "no OpenCL device";
+    device_ = LM::GetPrimaryDevice(LM::kDeviceFramework_OpenCL);
+  }
+  void TearDown() override {
+    device_.reset();
+    LM::Terminate();
+  }
+  boost::shared_ptr<LM::Device> device_;
+};
+
+TEST_F(OpenCLStartUp, ThePoCLDeviceIsRegisteredQualifiedAndStarted) {
+  ASSERT_TRUE(device_);
+  EXPECT_EQ(device_->GetFramework(), LM::kDeviceFramework_OpenCL);
+  EXPECT_EQ(device_->GetRegistryIndex(), 0u);
+  EXPECT_FALSE(device_->GetName().empty());
+  EXPECT_GE(device_->GetComputeCapability(), 1.0);
+  EXPECT_GE(device_->GetDriverVersion(), 1.0);
+  EXPECT_TRUE(device_->IsQualified());
+  ASSERT_TRUE(device_->WaitForContext());
+  EXPECT_NE(device_->GetContextHandle(), nullptr);
+  EXPECT_NE(device_->GetPlatformHandle(), nullptr);
+  ASSERT_TRUE(device_->GetCommandQueue());
+
+  device_->AcquireExclusiveAccess();
+  std::size_t granted = 0;
+  void* buffer = device_->GetDeviceMemory()->Allocate(1 << 20, &granted);
+  EXPECT_NE(buffer, nullptr);
+  EXPECT_GE(granted, std::size_t(1) << 20);
+  void* host = device_->GetHostMemory()->Allocate(4096, nullptr);
+  EXPECT_NE(host, nullptr);
+  device_->GetDeviceMemory()->Release(buffer, device_->GetCommandQueue()->RecordEvent());
+  device_->GetHostMemory()->Release(host, boost::shared_ptr<LM::Event>());
+  device_->ReleaseExclusiveAccess();
+}
+
+TEST_F(OpenCLStartUp, ARegisteredProgramIsFoundAsAModuleAndItsKernelsRun) {
+  ASSERT_TRUE(device_ && device_->WaitForContext());
+  LM::OpenCLModuleLoader loader(&kProgram, 1);
+  device_->AcquireExclusiveAccess();
+  cl_program program = static_cast<cl_program>(device_->FindModule("..\\..\\Src\\ImageProcessing\\StartUpProbe"));
+  ASSERT_NE(program, nullptr);
+  cl_int error = CL_SUCCESS;
+  cl_kernel kernel = clCreateKernel(program, "Probe", &error);
+  ASSERT_EQ(error, CL_SUCCESS);
+  void* buffer = device_->GetDeviceMemory()->Allocate(256 * sizeof(int), nullptr);
+  cl_mem memory = static_cast<cl_mem>(buffer);
+  ASSERT_EQ(clSetKernelArg(kernel, 0, sizeof memory, &memory), CL_SUCCESS);
+  ASSERT_EQ(device_->GetCommandQueue()->LaunchKernel(kernel, 16, 1, 16, 1, nullptr), LM::kResultSuccess);
+  int result[256] = {};
+  ASSERT_EQ(device_->GetCommandQueue()->CopyDeviceToHost(buffer, result, sizeof result, nullptr, true),
+            LM::kResultSuccess);
+  for (int i = 0; i < 256; ++i) ASSERT_EQ(result[i], i);
+  device_->GetDeviceMemory()->Release(buffer, boost::shared_ptr<LM::Event>());
+  device_->ReleaseExclusiveAccess();
+}
+
+TEST_F(OpenCLStartUp, AnEventPollFiresAfterARealMarkerCompletes) {
+  ASSERT_TRUE(device_ && device_->WaitForContext());
+  device_->AcquireExclusiveAccess();
+  boost::shared_ptr<LM::Event> marker = device_->GetCommandQueue()->RecordEvent();
+  device_->ReleaseExclusiveAccess();
+  std::atomic<bool> fired{false};
+  LM::AddEventPoll(device_, marker, [&fired] { fired = true; });
+  for (int i = 0; i < 1000 && !fired; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_TRUE(fired);
+  EXPECT_TRUE(marker->IsComplete());
+}
+
+TEST_F(OpenCLStartUp, TheDeviceSuiteWorksThroughTheHostsRegistry) {
+  ASSERT_TRUE(device_ && device_->WaitForContext());
+  LM_DeviceSuite suite;
+  ASSERT_TRUE(TQ::AcquireSuite(LM_DEVICE_SUITE_NAME, LM_DEVICE_SUITE_VERSION, &suite, sizeof suite));
+
+  uint32_t count = 0, framework = 7;
+  EXPECT_EQ(suite.GetDeviceCount(0, &count), LM_SUITE_OK);
+  EXPECT_EQ(count, LM::GetDeviceCount());
+  EXPECT_EQ(suite.GetDeviceFramework(0, &framework), LM_SUITE_OK);
+  EXPECT_EQ(framework, 1u);
+  int32_t meets = -1;
+  EXPECT_EQ(suite.MeetsMinimumRequirementsForUse(0, &meets), LM_SUITE_OK);
+  EXPECT_EQ(meets, 1);
+  EXPECT_EQ(suite.AcquireExclusiveAccess(0), LM_SUITE_OK);
+  EXPECT_EQ(suite.ReleaseExclusiveAccess(0), LM_SUITE_OK);
+
+  void* handle = nullptr;
+  EXPECT_EQ(suite.GetNativeDevice(0, &handle), LM_SUITE_OK);
+  EXPECT_EQ(handle, device_->GetDeviceHandle());
+  EXPECT_EQ(suite.GetContext(0, &handle), LM_SUITE_OK);
+  EXPECT_EQ(handle, device_->GetContextHandle());
+  EXPECT_EQ(suite.GetPlatform(0, &handle), LM_SUITE_OK);
+  EXPECT_EQ(handle, device_->GetPlatformHandle());
+  EXPECT_EQ(suite.GetCommandQueue(0, &handle), LM_SUITE_OK);
+  EXPECT_EQ(handle, device_->GetCommandQueue()->GetNativeQueue());
+
+  for (auto pool : {std::make_tuple(suite.AllocateDeviceMemory, suite.FreeDeviceMemory, suite.PurgeDeviceMemory,
+                                    suite.GetDeviceMemoryStatistics),
+                    std::make_tuple(suite.AllocateHostMemory, suite.FreeHostMemory, suite.PurgeHostMemory,
+                                    suite.GetHostMemoryStatistics)}) {
+    void* memory = nullptr;
+    ASSERT_EQ(std::get<0>(pool)(0, 1 << 20, &memory), LM_SUITE_OK);
+    ASSERT_NE(memory, nullptr);
+    LM_MemoryStatistics statistics;
+    EXPECT_EQ(std::get<3>(pool)(0, &statistics), LM_SUITE_OK);
+    EXPECT_GE(statistics.usedBytes, std::size_t(1) << 20);
+    EXPECT_EQ(statistics.liveBlocks, 1u);
+    EXPECT_LE(statistics.lowMark, statistics.highMark);
+    EXPECT_EQ(std::get<1>(pool)(0, memory), LM_SUITE_OK);
+    EXPECT_EQ(suite.WaitForDevice(0), LM_SUITE_OK);
+    std::size_t freed = 0;
+    EXPECT_EQ(std::get<2>(pool)(0, static_cast<std::size_t>(-1), &freed), LM_SUITE_OK);
+    EXPECT_GE(freed, std::size_t(1) << 20);
+    EXPECT_EQ(std::get<3>(pool)(0, &statistics), LM_SUITE_OK);
+    EXPECT_EQ(statistics.totalBytes, 0u);
+  }
+}
+
+TEST_F(OpenCLStartUp, TheSuiteRefusesBadIndicesAndNullOutputs) {
+  ASSERT_TRUE(device_);
+  LM_DeviceSuite suite;
+  ASSERT_TRUE(TQ::AcquireSuite(LM_DEVICE_SUITE_NAME, LM_DEVICE_SUITE_VERSION, &suite, sizeof suite));
+  const uint32_t bad = LM::GetDeviceCount();
+  uint32_t value = 0;
+  int32_t flag = 0;
+  void* handle = nullptr;
+  std::size_t size = 0;
+  LM_MemoryStatistics statistics;
+  EXPECT_EQ(suite.GetDeviceFramework(bad, &value), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.MeetsMinimumRequirementsForUse(bad, &flag), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.AcquireExclusiveAccess(bad), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.ReleaseExclusiveAccess(bad), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.GetNativeDevice(bad, &handle), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.AllocateDeviceMemory(bad, 16, &handle), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.FreeHostMemory(bad, nullptr), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.PurgeHostMemory(bad, 16, &size), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.GetHostMemoryStatistics(bad, &statistics), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.WaitForDevice(bad), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.GetDeviceCount(0, nullptr), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.GetDeviceFramework(0, nullptr), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.GetContext(0, nullptr), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.AllocateHostMemory(0, 16, nullptr), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.PurgeDeviceMemory(0, 16, nullptr), LM_SUITE_BAD_ARGUMENT);
+  EXPECT_EQ(suite.GetDeviceMemoryStatistics(0, nullptr), LM_SUITE_BAD_ARGUMENT);
+}
+
+}  // namespace
