@@ -4,6 +4,8 @@
 #include <TQ/Suites.h>
 #include <zelcore/Debug.h>
 
+#include <cstring>
+
 #include "ExecutableFolder.h"
 #include "FakeDriverBinding.h"
 #include "Lumora/Device.h"
@@ -92,7 +94,13 @@ TEST_F(Lifecycle, AfterAFullShutDownANewStartEnumeratesAgainButStartsNothing) {
   LM::Terminate();
   EXPECT_EQ(fake_->fakecuda_CallCount("cuCtxCreate"), 1u);
 
+  // The host replaces the registered table; a second registration would overwrite it again.
+  const char sentinel[sizeof(LM_DeviceSuite)] = {1, 2, 3};
+  TQ::RegisterSuite(LM_DEVICE_SUITE_NAME, LM_DEVICE_SUITE_VERSION, sentinel, sizeof sentinel);
   LM::Initialize(true);
+  char registered[sizeof(LM_DeviceSuite)] = {};
+  ASSERT_TRUE(TQ::AcquireSuite(LM_DEVICE_SUITE_NAME, LM_DEVICE_SUITE_VERSION, registered, sizeof registered));
+  EXPECT_EQ(std::memcmp(registered, sentinel, sizeof sentinel), 0) << "the suite is registered once per process";
   ASSERT_EQ(LM::GetDeviceCount(), 1u);
   EXPECT_FALSE(LM::GetDevice(0)->IsQualified());
   EXPECT_FALSE(LM::GetDevice(0)->WaitForContext());
