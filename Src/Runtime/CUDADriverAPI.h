@@ -12,6 +12,8 @@
 
 #include <cstddef>
 
+#include "Lumora/TextureTypes.h"
+
 #if defined(_WIN32)
 #define CUDAAPI __stdcall
 #else
@@ -82,15 +84,6 @@ typedef enum CUarray_format_enum {
   CU_AD_FORMAT_HALF = 0x10,
   CU_AD_FORMAT_FLOAT = 0x20
 } CUarray_format;
-
-typedef enum CUaddress_mode_enum {
-  CU_TR_ADDRESS_MODE_WRAP = 0,
-  CU_TR_ADDRESS_MODE_CLAMP = 1,
-  CU_TR_ADDRESS_MODE_MIRROR = 2,
-  CU_TR_ADDRESS_MODE_BORDER = 3
-} CUaddress_mode;
-
-typedef enum CUfilter_mode_enum { CU_TR_FILTER_MODE_POINT = 0, CU_TR_FILTER_MODE_LINEAR = 1 } CUfilter_mode;
 
 typedef enum CUjit_option_enum {
   CU_JIT_MAX_REGISTERS = 0,

@@ -6,6 +6,7 @@
 #include "Lumora/EventPoll.h"
 #include "Lumora/Export.h"
 #include "Lumora/FrameCache.h"
+#include "Lumora/ImageOperations.h"
 #include "Lumora/Lifecycle.h"
 #include "Lumora/MemoryManager.h"
 #include "Lumora/OpenCLModuleLoader.h"
@@ -14,3 +15,4 @@
 #include "Lumora/Queues.h"
 #include "Lumora/Results.h"
 #include "Lumora/Runtime.h"
+#include "Lumora/Textures.h"

@@ -52,7 +52,10 @@ struct FakeCUDALaunch {
   X(void, fakecuda_SetMissingSymbol, (const char* name))                                              \
   X(unsigned long long, fakecuda_LaunchCount, (void))                                                 \
   X(int, fakecuda_GetLaunch, (unsigned long long index, FakeCUDALaunch* launch))                      \
-  X(int, fakecuda_CurrentContextDepth, (void))
+  X(int, fakecuda_CurrentContextDepth, (void))                                                        \
+  X(int, fakecuda_LastTextureBinding,                                                                 \
+    (unsigned long long* width, unsigned long long* height, int* format, unsigned* channels,           \
+     unsigned long long* address, unsigned long long* pitch))
 
 // Failure counts for fakecuda_SetFailure.
 constexpr int kFakeCUDAFailForever = -1;

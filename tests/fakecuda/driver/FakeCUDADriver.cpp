@@ -69,6 +69,11 @@ struct State {
   std::map<CUevent, std::unique_ptr<Event>> events;
   std::vector<std::unique_ptr<Module>> modules;
   std::uintptr_t nextHandle = 0x1000;
+  // The last cuTexRefSetAddress2D: its descriptor, address and pitch.
+  bool textureBound = false;
+  CUDA_ARRAY_DESCRIPTOR textureDescriptor = {};
+  CUdeviceptr textureAddress = 0;
+  std::size_t texturePitch = 0;
 
   State() { Reset(); }
 
@@ -89,6 +94,7 @@ struct State {
     eventsComplete = true;
     events.clear();
     modules.clear();
+    textureBound = false;
   }
 
   template <class Handle>
@@ -568,6 +574,18 @@ CUresult Impl_cuLaunchKernel(CUfunction handle, unsigned int gridX, unsigned int
   return RecordLaunch(handle, gridX, gridY, stream);
 }
 
+CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR* descriptor, CUdeviceptr address,
+                                   std::size_t pitch) {
+  if (texture == nullptr || descriptor == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  State& state = TheState();
+  Lock lock(state.mutex);
+  state.textureBound = true;
+  state.textureDescriptor = *descriptor;
+  state.textureAddress = address;
+  state.texturePitch = pitch;
+  return CUDA_SUCCESS;
+}
+
 }  // namespace fakecuda
 
 using fakecuda::Lock;
@@ -692,3 +710,17 @@ FAKECUDA_API int fakecuda_GetLaunch(unsigned long long index, FakeCUDALaunch* la
 }
 
 FAKECUDA_API int fakecuda_CurrentContextDepth(void) { return static_cast<int>(fakecuda::currentContexts.size()); }
+
+FAKECUDA_API int fakecuda_LastTextureBinding(unsigned long long* width, unsigned long long* height, int* format,
+                                             unsigned* channels, unsigned long long* address, unsigned long long* pitch) {
+  Lock lock(TheState().mutex);
+  const fakecuda::State& state = TheState();
+  if (!state.textureBound) return 0;
+  *width = state.textureDescriptor.Width;
+  *height = state.textureDescriptor.Height;
+  *format = state.textureDescriptor.Format;
+  *channels = state.textureDescriptor.NumChannels;
+  *address = state.textureAddress;
+  *pitch = state.texturePitch;
+  return 1;
+}

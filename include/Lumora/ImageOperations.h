@@ -1,0 +1,58 @@
+// Image operations on raw device buffers: a device pointer (a CUDA device address or an OpenCL buffer), a
+// row pitch in bytes, a pixel format and a rectangle. Each enqueues a GPU kernel on the device's command
+// queue and returns a result code (Lumora/Results.h) without waiting. A width or height that is not
+// positive is success with nothing done. Call them while holding the device's exclusive access.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+
+#include "Lumora/Export.h"
+#include "Lumora/PixelFormats.h"
+
+namespace LM {
+
+class Device;
+
+// Four 32-bit floats. As a colour: x, y, z in the channel order of the GPU formats (B, G, R) and w alpha.
+struct float4 {
+  float x, y, z, w;
+};
+
+// The size of one pixel in bytes from the format's property word: 8 for the two 16f GPU formats, 16 for the
+// two 32f ones; 0 for a format not described by its properties.
+LM_API int BytesPerPixel(PixelFormat format);
+
+// Writes `color` into every pixel of the width x height rectangle at (left, top). The buffer is written
+// although it is declared const.
+LM_API int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes, PixelFormat format,
+                         int left, int top, int width, int height, float4 color);
+// (0, 0, 0, 1), (0, 0, 0, 0), (1, 1, 1, 1) and (1, 1, 1, 0).
+LM_API int FillWithOpaqueBlack(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
+                               PixelFormat format, int left, int top, int width, int height);
+LM_API int FillWithTransparentBlack(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
+                                    PixelFormat format, int left, int top, int width, int height);
+LM_API int FillWithOpaqueWhite(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
+                               PixelFormat format, int left, int top, int width, int height);
+LM_API int FillWithTransparentWhite(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
+                                    PixelFormat format, int left, int top, int width, int height);
+
+// Copies width x height pixels between two pitched buffers. Nothing is done when src and dst are the same.
+LM_API int FastDeviceMemcpy2D(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
+                              int dstRowBytes, PixelFormat format, int width, int height);
+// The same from and to start offsets given in bytes, counted in units of 16 bytes (one 32f pixel) whatever
+// the format: pass multiples of 16. Nothing is done when src and dst are the same, whatever the offsets.
+LM_API int FastDeviceMemcpy2DWithOffsets(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
+                                         int srcOffsetBytes, void* dst, int dstRowBytes, int dstOffsetBytes,
+                                         PixelFormat format, int width, int height);
+// Copies the width x height rectangle at (srcLeft, srcTop) to (dstLeft, dstTop) of another buffer; nothing
+// is done when src and dst are the same buffer.
+LM_API int DeviceCopyRect(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
+                          int dstRowBytes, PixelFormat format, int srcLeft, int srcTop, int dstLeft, int dstTop,
+                          int width, int height);
+// OpenCL only (kResultFailed on CUDA): fills the OpenCL image `dstImage` (width x height, of the image
+// format the pools make for `format`) from the linear buffer `src`, starting `srcOffset` bytes in, with
+// rows `srcRowBytes` apart.
+LM_API int CopyBufferToImage(const boost::shared_ptr<Device>& device, const void* src, int srcOffset, int srcRowBytes,
+                             void* dstImage, PixelFormat format, int width, int height);
+
+}  // namespace LM

@@ -1,0 +1,263 @@
+// The operation frame on the CUDA path, observed through the fake driver: launch geometry, where each
+// parameter lands, the pitch and flag conversions, the kernel cache, and the texture binding arithmetic.
+#include <gtest/gtest.h>
+#include <zelcore/Debug.h>
+#include <zelmediatypes/PixelFormats.h>
+
+#include <cstring>
+
+#include "ExecutableFolder.h"
+#include "FakeDriverBinding.h"
+#include "Lumora/Device.h"
+#include "Lumora/ImageOperations.h"
+#include "Lumora/Results.h"
+#include "Lumora/Textures.h"
+
+namespace {
+
+class CUDAOperations : public testing::Test {
+ protected:
+  void SetUp() override {
+    zelcore::debug::SetAssertionOutputQuiet(true);
+    fake_ = BindFakeDriver();
+    if (withFills_) folder_.Write("PTX/Fills_NVIDIA.ptx", ".version 8.0\n");
+    folder_.Write("PTX/Memory_NVIDIA.ptx", ".version 8.0\n");
+    folder_.Write("PTX/Probe_NVIDIA.ptx", ".version 8.0\n");
+    device_ = LM::Device::Create(0, 0, 0);
+    device_->InitializeContext();
+    device_->AcquireExclusiveAccess();
+    fake_->fakecuda_ClearCallLog();
+  }
+  void TearDown() override { device_->ReleaseExclusiveAccess(); }
+
+  FakeCUDALaunch OnlyLaunch() {
+    FakeCUDALaunch launch = {};
+    EXPECT_EQ(fake_->fakecuda_LaunchCount(), 1u);
+    fake_->fakecuda_GetLaunch(0, &launch);
+    return launch;
+  }
+
+  template <class T>
+  static T At(const FakeCUDALaunch& launch, unsigned offset) {
+    T value;
+    std::memcpy(&value, launch.params + offset, sizeof value);
+    return value;
+  }
+
+  // The module folder is read once, when the device first needs it.
+  bool withFills_ = true;
+  std::unique_ptr<FakeCUDA> fake_;
+  ExecutableFolder folder_;
+  boost::shared_ptr<LM::Device> device_;
+  char buffer_[64] = {};
+};
+
+class CUDAOperationsWithoutFills : public CUDAOperations {
+ protected:
+  CUDAOperationsWithoutFills() { withFills_ = false; }
+};
+
+TEST_F(CUDAOperations, AFillLaunchesWholeBlocksWithEveryParameterAtItsAlignedOffset) {
+  const LM::float4 color = {0.25f, 0.5f, 0.75f, 1.0f};
+  ASSERT_EQ(LM::FillWithColor(device_, buffer_, 4096, LM::kPixelFormat_GPU_BGRA_4444_16f, 3, 5, 17, 16, color),
+            LM::kResultSuccess);
+  const FakeCUDALaunch launch = OnlyLaunch();
+  EXPECT_STREQ(launch.function, "FillWithColorKernel");
+  EXPECT_EQ(launch.gridX, 2u);
+  EXPECT_EQ(launch.gridY, 1u);
+  EXPECT_EQ(launch.blockX, 16u);
+  EXPECT_EQ(launch.blockY, 16u);
+  EXPECT_EQ(launch.blockZ, 1u);
+  EXPECT_EQ(launch.stream, device_->GetCommandQueue()->GetNativeQueue());
+  EXPECT_EQ(At<unsigned long long>(launch, 0), reinterpret_cast<std::uintptr_t>(buffer_));
+  EXPECT_EQ(At<int>(launch, 8), 512) << "4096 bytes of 8-byte pixels";
+  EXPECT_EQ(At<int>(launch, 12), 0) << "16f";
+  EXPECT_EQ(At<int>(launch, 16), 3);
+  EXPECT_EQ(At<int>(launch, 20), 5);
+  EXPECT_EQ(At<int>(launch, 24), 17);
+  EXPECT_EQ(At<int>(launch, 28), 16);
+  EXPECT_EQ(std::memcmp(launch.params + 32, &color, 16), 0) << "the colour at the next 16-byte boundary";
+  EXPECT_EQ(launch.paramSize, 48u);
+}
+
+TEST_F(CUDAOperations, PitchAndFlagFollowTheFormat) {
+  const struct {
+    LM::PixelFormat format;
+    int pitch;
+    int flag;
+  } cases[] = {{LM::kPixelFormat_GPU_BGRA_4444_16f, 512, 0},
+               {LM::kPixelFormat_GPU_BGRX_4444_16f, 512, 0},
+               {LM::kPixelFormat_GPU_BGRA_4444_32f, 256, 1},
+               {LM::kPixelFormat_GPU_BGRX_4444_32f, 256, 1},
+               {zelmediatypes::kPixelFormat_BGRA_4444_32f, 256, 1}};
+  for (const auto& c : cases) {
+    fake_->fakecuda_ClearCallLog();
+    ASSERT_EQ(LM::FillWithOpaqueWhite(device_, buffer_, 4096, c.format, 0, 0, 1, 1), LM::kResultSuccess);
+    const FakeCUDALaunch launch = OnlyLaunch();
+    EXPECT_EQ(At<int>(launch, 8), c.pitch);
+    EXPECT_EQ(At<int>(launch, 12), c.flag);
+  }
+  fake_->fakecuda_ClearCallLog();
+  ASSERT_EQ(LM::FillWithTransparentWhite(device_, buffer_, 1000, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1), 0);
+  const FakeCUDALaunch launch = OnlyLaunch();
+  EXPECT_EQ(At<int>(launch, 8), 62) << "a pitch that is not a whole number of pixels is truncated";
+  const float white[4] = {1, 1, 1, 0};
+  EXPECT_EQ(std::memcmp(launch.params + 32, white, 16), 0);
+}
+
+TEST_F(CUDAOperations, EmptyExtentsAndSameBufferCopiesDoNothing) {
+  EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0, 5), 0);
+  EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 5, -1), 0);
+  EXPECT_EQ(LM::FastDeviceMemcpy2D(device_, buffer_, 64, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 4, 4), 0);
+  EXPECT_EQ(LM::FastDeviceMemcpy2DWithOffsets(device_, buffer_, 64, 16, buffer_, 64, 32,
+                                              LM::kPixelFormat_GPU_BGRA_4444_16f, 4, 4),
+            0);
+  EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 2, 2, 1, 1),
+            0);
+  EXPECT_EQ(fake_->fakecuda_CallLogSize(), 0u) << "nothing reached the driver, not even a module load";
+}
+
+TEST_F(CUDAOperations, CopiesConvertPitchesByFormatAndOffsetsBySixteenBytes) {
+  char other[64];
+  ASSERT_EQ(LM::FastDeviceMemcpy2DWithOffsets(device_, buffer_, 1024, 32, other, 2048, 48,
+                                              LM::kPixelFormat_GPU_BGRX_4444_16f, 20, 33),
+            LM::kResultSuccess);
+  FakeCUDALaunch launch = OnlyLaunch();
+  EXPECT_STREQ(launch.function, "CopyMemory2DKernel");
+  EXPECT_EQ(launch.gridX, 2u);
+  EXPECT_EQ(launch.gridY, 3u);
+  EXPECT_EQ(At<unsigned long long>(launch, 0), reinterpret_cast<std::uintptr_t>(buffer_));
+  EXPECT_EQ(At<int>(launch, 8), 128);
+  EXPECT_EQ(At<int>(launch, 12), 2) << "32 bytes are 2 units for a 16f format too";
+  EXPECT_EQ(At<unsigned long long>(launch, 16), reinterpret_cast<std::uintptr_t>(other));
+  EXPECT_EQ(At<int>(launch, 24), 256);
+  EXPECT_EQ(At<int>(launch, 28), 3);
+  EXPECT_EQ(At<int>(launch, 32), 0);
+  EXPECT_EQ(At<int>(launch, 36), 20);
+  EXPECT_EQ(At<int>(launch, 40), 33);
+  EXPECT_EQ(launch.paramSize, 44u);
+
+  fake_->fakecuda_ClearCallLog();
+  ASSERT_EQ(LM::DeviceCopyRect(device_, buffer_, 1024, other, 1024, LM::kPixelFormat_GPU_BGRA_4444_32f, 1, 2, 3, 4, 5, 6),
+            LM::kResultSuccess);
+  launch = OnlyLaunch();
+  EXPECT_STREQ(launch.function, "CopyRectKernel");
+  const int expected[] = {64, 0, 64, 1, 1, 2, 3, 4, 5, 6};  // pitch, (dst), pitch, flag, rectangles, extent
+  EXPECT_EQ(At<int>(launch, 8), expected[0]);
+  EXPECT_EQ(At<unsigned long long>(launch, 16), reinterpret_cast<std::uintptr_t>(other));
+  for (int i = 2; i < 10; ++i) EXPECT_EQ(At<int>(launch, 24 + 4 * (i - 2)), expected[i]) << i;
+  EXPECT_EQ(launch.paramSize, 56u);
+
+  EXPECT_EQ(LM::CopyBufferToImage(device_, buffer_, 0, 64, other, LM::kPixelFormat_GPU_BGRA_4444_32f, 4, 4),
+            LM::kResultFailed)
+      << "there is no CUDA form";
+}
+
+TEST_F(CUDAOperationsWithoutFills, AMissingModuleFailsEveryCallUntilTheContextIsMadeAgain) {
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1),
+              LM::kResultFailed);
+  }
+  EXPECT_EQ(fake_->fakecuda_LaunchCount(), 0u);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleGetFunction"), 0u);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleLoadDataEx"), 0u);
+
+  // A missing kernel in a present module is cached the same way.
+  fake_->fakecuda_SetMissingSymbol("CopyRectKernel");
+  char other[64];
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, other, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0, 0, 1, 1),
+              LM::kResultFailed);
+  }
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleGetFunction"), 1u) << "the failed lookup is not retried";
+
+  // A new context identity makes the next call look again.
+  device_->ReleaseExclusiveAccess();
+  zelcore::debug::DebugDatabase::Instance().Set("LM.ProfileKernels", "1");
+  zelcore::debug::DebugDatabase::Instance().Set("EnableDogEars", "1");
+  device_->ResetDebugFlags();
+  device_->AcquireExclusiveAccess();
+  fake_->fakecuda_ClearCallLog();
+  EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, other, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0, 0, 1, 1),
+            LM::kResultFailed);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleGetFunction"), 1u);
+}
+
+TEST_F(CUDAOperations, ArgumentAndLaunchFailuresAreMappedAndNothingIsLaunchedAfterAFailedArgument) {
+  fake_->fakecuda_SetFailure("cuParamSetv", CUDA_ERROR_OUT_OF_MEMORY, 2, 1);
+  EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1),
+            LM::kResultOutOfMemory);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuParamSetv"), 3u) << "marshalling stopped at the failing argument";
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuParamSetSize"), 0u);
+  fake_->fakecuda_SetFailure("cuParamSetSize", CUDA_ERROR_INVALID_VALUE, 0, 1);
+  EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1),
+            LM::kResultFailed);
+  fake_->fakecuda_SetFailure("cuLaunchGridAsync", CUDA_ERROR_LAUNCH_OUT_OF_RESOURCES, 0, 1);
+  EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1),
+            LM::kResultFailed);
+  EXPECT_EQ(fake_->fakecuda_LaunchCount(), 0u);
+  EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1),
+            LM::kResultSuccess);
+  EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::PixelFormat{0x12345678u, 0x00080000u}, 0, 0, 1, 1),
+            LM::kResultUnsupported)
+      << "a format without a pixel size is refused, not divided by";
+}
+
+TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
+  LM::Texture texture = LM::LoadTexture(device_, "Probe", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
+                                        CU_TR_FILTER_MODE_POINT, LM::kPixelFormat_GPU_BGRA_4444_16f);
+  ASSERT_NE(texture.textureReference, nullptr);
+  EXPECT_EQ(texture.alignment, 512u);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuTexRefSetAddressMode"), 2u);
+  const auto formats = fake_->CallNames();
+  for (std::size_t i = 0; i < formats.size(); ++i) {
+    if (formats[i] == "cuTexRefSetFormat") {
+      EXPECT_EQ(fake_->CallArgs(i)[1], static_cast<unsigned long long>(CU_AD_FORMAT_FLOAT)) << "half set up as float";
+      EXPECT_EQ(fake_->CallArgs(i)[2], 4u);
+    }
+  }
+
+  alignas(512) static char memory[4096];
+  unsigned long long width, height, address, pitch;
+  int format;
+  unsigned channels;
+  ASSERT_EQ(LM::BindTexture(device_, texture, memory, memory, 1024, 100, 20, LM::kPixelFormat_GPU_BGRA_4444_16f), 0);
+  EXPECT_EQ(texture.offset, 0);
+  ASSERT_EQ(fake_->fakecuda_LastTextureBinding(&width, &height, &format, &channels, &address, &pitch), 1);
+  EXPECT_EQ(width, 100u);
+  EXPECT_EQ(height, 20u);
+  EXPECT_EQ(format, CU_AD_FORMAT_HALF) << "bound as half";
+  EXPECT_EQ(channels, 4u);
+  EXPECT_EQ(address, reinterpret_cast<std::uintptr_t>(memory));
+  EXPECT_EQ(pitch, 1024u);
+
+  ASSERT_EQ(LM::BindTexture(device_, texture, memory, memory + 48, 1024, 100, 20, LM::kPixelFormat_GPU_BGRA_4444_32f),
+            0);
+  EXPECT_EQ(texture.offset, 48);
+  ASSERT_EQ(fake_->fakecuda_LastTextureBinding(&width, &height, &format, &channels, &address, &pitch), 1);
+  EXPECT_EQ(width, 148u) << "the byte offset is added to the width as it stands";
+  EXPECT_EQ(address, reinterpret_cast<std::uintptr_t>(memory));
+  EXPECT_EQ(format, CU_AD_FORMAT_FLOAT);
+
+  fake_->fakecuda_SetFailure("cuTexRefSetAddress2D", CUDA_ERROR_OUT_OF_MEMORY, 0, 1);
+  EXPECT_EQ(LM::BindTexture(device_, texture, memory, memory, 1024, 1, 1, LM::kPixelFormat_GPU_BGRA_4444_32f),
+            LM::kResultOutOfMemory);
+}
+
+TEST_F(CUDAOperations, ATextureThatCouldNotBePreparedBindsToOutOfMemory) {
+  fake_->fakecuda_SetMissingSymbol("inMissingTexture");
+  LM::Texture missing = LM::LoadTexture(device_, "Probe", "inMissingTexture", CU_TR_ADDRESS_MODE_CLAMP,
+                                        CU_TR_FILTER_MODE_POINT, LM::kPixelFormat_GPU_BGRA_4444_32f);
+  EXPECT_EQ(missing.textureReference, nullptr);
+  LM::Texture noModule = LM::LoadTexture(device_, "NoSuchModule", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
+                                         CU_TR_FILTER_MODE_POINT, LM::kPixelFormat_GPU_BGRA_4444_32f);
+  EXPECT_EQ(noModule.textureReference, nullptr);
+  EXPECT_EQ(LM::BindTexture(device_, missing, buffer_, buffer_, 64, 1, 1, LM::kPixelFormat_GPU_BGRA_4444_32f),
+            static_cast<int>(0xA00F0006u));
+  fake_->fakecuda_SetFailure("cuTexRefSetFilterMode", CUDA_ERROR_INVALID_VALUE, 0, 1);
+  LM::Texture failedSetUp = LM::LoadTexture(device_, "Probe", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
+                                            CU_TR_FILTER_MODE_POINT, LM::kPixelFormat_GPU_BGRA_4444_32f);
+  EXPECT_EQ(failedSetUp.textureReference, nullptr);
+}
+
+}  // namespace
