@@ -111,10 +111,7 @@ Device::~Device() {
   DestroyOffscreenGLContext(impl_->openGL);
 }
 
-std::uint64_t Device::GetContextIdentity() const {
-  boost::mutex::scoped_lock lock(impl_->accessMutex);
-  return impl_->contextIdentity;
-}
+std::uint64_t Device::GetContextIdentity() const { return impl_->contextIdentity.load(std::memory_order_acquire); }
 
 void* Device::GetPlatformHandle() const { return impl_->platform; }
 
@@ -299,7 +296,7 @@ void Device::InitializeContext() {
     AttachMemoryManagers(framework_, frameworkIndex_, impl_->openCLContext, commandQueue_, deviceFigures,
                          hostFigures, deviceMemory_, hostMemory_);
   }
-  impl_->contextIdentity = NextContextIdentity();
+  impl_->contextIdentity.store(NextContextIdentity(), std::memory_order_release);
 
   ClearCurrentOpenGLContext();
   ReleaseExclusiveAccess();

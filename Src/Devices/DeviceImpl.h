@@ -3,6 +3,7 @@
 
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -42,9 +43,10 @@ struct DeviceImpl {
   cl_device_id device = nullptr;
   cl_context openCLContext = nullptr;
 
-  // Start-up: whether a context start was posted and whether it has finished (guarded by accessMutex).
+  // Start-up: whether a context start was posted and has not finished yet (guarded by accessMutex).
   bool starting = false;
-  std::uint64_t contextIdentity = 0;
+  // Read by every operation to validate its cached kernel, so it is read without taking a lock.
+  std::atomic<std::uint64_t> contextIdentity{0};
 
   bool HasContext() const { return cudaContext != nullptr || openCLContext != nullptr; }
 };

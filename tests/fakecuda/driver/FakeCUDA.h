@@ -16,9 +16,16 @@ namespace fakecuda {
 LM_CUDA_DRIVER_ENTRY_POINTS(FAKECUDA_DECLARE_IMPL)
 #undef FAKECUDA_DECLARE_IMPL
 
+// The arguments of one call as 64-bit words, kept without touching the heap (the widest entry point,
+// cuLaunchKernel, has 11).
+struct Arguments {
+  std::uint64_t words[12];
+  int count;
+};
+
 // Records the call of `exported` (which fills slot `slot`) with its arguments. Returns true, with the
 // result to return in *forced, when a failure was asked for.
-bool Enter(const char* exported, const char* slot, std::vector<std::uint64_t> args, CUresult* forced);
+bool Enter(const char* exported, const char* slot, const Arguments& args, CUresult* forced);
 
 template <class T>
 std::uint64_t Word(T value) {
@@ -35,8 +42,9 @@ std::uint64_t Word(T value) {
 }
 
 template <class... T>
-std::vector<std::uint64_t> Words(T... values) {
-  return {Word(values)...};
+Arguments Words(T... values) {
+  static_assert(sizeof...(T) <= 12, "too many arguments");
+  return Arguments{{Word(values)...}, static_cast<int>(sizeof...(T))};
 }
 
 }  // namespace fakecuda

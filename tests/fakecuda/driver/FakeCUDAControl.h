@@ -53,6 +53,7 @@ struct FakeCUDALaunch {
   X(unsigned long long, fakecuda_LaunchCount, (void))                                                 \
   X(int, fakecuda_GetLaunch, (unsigned long long index, FakeCUDALaunch* launch))                      \
   X(int, fakecuda_CurrentContextDepth, (void))                                                        \
+  X(void, fakecuda_SetRecording, (int recording))                                                     \
   X(int, fakecuda_LastTextureBinding,                                                                 \
     (unsigned long long* width, unsigned long long* height, int* format, unsigned* channels,           \
      unsigned long long* address, unsigned long long* pitch))

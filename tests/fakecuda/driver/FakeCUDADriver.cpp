@@ -1,5 +1,6 @@
 // The fake driver's state and the behaviour of the entry points it models.
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -56,7 +57,7 @@ struct State {
   std::recursive_mutex mutex;
   int driverVersion = 12000;
   std::vector<Device> devices;
-  std::map<std::string, Failure> failures;
+  std::map<std::string, Failure, std::less<>> failures;
   std::vector<Call> calls;
   std::map<std::string, unsigned long long> counts;
   std::map<std::uintptr_t, std::size_t> deviceAllocations;
@@ -64,6 +65,12 @@ struct State {
   unsigned long long memoryLimit = ~0ull;
   unsigned long long deviceBytes = 0;
   std::vector<FakeCUDALaunch> launches;
+  // Off: calls and launches are not logged (and the fake allocates nothing per call), for benchmarks.
+  bool recording = true;
+  // Set while nothing is recorded and no failure is asked for: calls then skip the bookkeeping entirely,
+  // so a benchmark measures the caller, not the fake.
+  std::atomic<bool> idle{false};
+  void UpdateIdle() { idle = !recording && failures.empty(); }
   std::set<std::string> missingSymbols;
   bool eventsComplete = true;
   std::map<CUevent, std::unique_ptr<Event>> events;
@@ -90,6 +97,8 @@ struct State {
     memoryLimit = ~0ull;
     deviceBytes = 0;
     launches.clear();
+    recording = true;
+    idle = false;
     missingSymbols.clear();
     eventsComplete = true;
     events.clear();
@@ -148,6 +157,8 @@ CUresult AllocateHost(void** pointer, std::size_t bytes) {
 
 CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstream stream) {
   if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  State& state = TheState();
+  if (state.idle.load(std::memory_order_relaxed)) return CUDA_SUCCESS;
   const Function& function = *reinterpret_cast<Function*>(handle);
   FakeCUDALaunch launch = {};
   launch.function = function.name.c_str();
@@ -159,9 +170,8 @@ CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstrea
   launch.stream = stream;
   launch.paramSize = function.paramSize;
   std::memcpy(launch.params, function.params, sizeof launch.params);
-  State& state = TheState();
   Lock lock(state.mutex);
-  state.launches.push_back(launch);
+  if (state.recording) state.launches.push_back(launch);
   return CUDA_SUCCESS;
 }
 
@@ -230,11 +240,14 @@ CUresult LookUp(std::map<std::string, std::unique_ptr<Object>>& objects, const c
 
 }  // namespace
 
-bool Enter(const char* exported, const char* slot, std::vector<std::uint64_t> args, CUresult* forced) {
+bool Enter(const char* exported, const char* slot, const Arguments& args, CUresult* forced) {
   State& state = TheState();
+  if (state.idle.load(std::memory_order_relaxed)) return false;
   Lock lock(state.mutex);
-  state.calls.push_back(Call{exported, std::move(args)});
-  ++state.counts[slot];
+  if (state.recording) {
+    state.calls.push_back(Call{exported, std::vector<std::uint64_t>(args.words, args.words + args.count)});
+    ++state.counts[slot];
+  }
   auto failure = state.failures.find(slot);
   if (failure == state.failures.end()) return false;
   if (failure->second.skip > 0) {
@@ -622,11 +635,13 @@ FAKECUDA_API void fakecuda_SetDeviceAttribute(int ordinal, int attribute, int va
 FAKECUDA_API void fakecuda_SetFailure(const char* name, int result, int skip, int count) {
   Lock lock(TheState().mutex);
   TheState().failures[name] = fakecuda::Failure{result, skip, count};
+  TheState().UpdateIdle();
 }
 
 FAKECUDA_API void fakecuda_ClearFailures(void) {
   Lock lock(TheState().mutex);
   TheState().failures.clear();
+  TheState().UpdateIdle();
 }
 
 FAKECUDA_API unsigned long long fakecuda_CallCount(const char* name) {
@@ -723,4 +738,10 @@ FAKECUDA_API int fakecuda_LastTextureBinding(unsigned long long* width, unsigned
   *address = state.textureAddress;
   *pitch = state.texturePitch;
   return 1;
+}
+
+FAKECUDA_API void fakecuda_SetRecording(int recording) {
+  Lock lock(TheState().mutex);
+  TheState().recording = recording != 0;
+  TheState().UpdateIdle();
 }
