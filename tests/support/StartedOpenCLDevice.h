@@ -37,15 +37,18 @@ class StartedOpenCLDevice : public testing::Test {
     LM::Terminate();
   }
 
-  // A device buffer holding `bytes` (released at the end of the test).
+  // A device buffer holding `bytes` (released at the end of the test). Uploads are asynchronous, so this
+  // waits for the copy: the caller's bytes may go as soon as it returns.
   void* Upload(const std::vector<unsigned char>& bytes) {
     cl_int error = CL_SUCCESS;
     cl_mem buffer = clCreateBuffer(static_cast<cl_context>(device_->GetContextHandle()), CL_MEM_READ_WRITE,
                                    bytes.size(), nullptr, &error);
     EXPECT_EQ(error, CL_SUCCESS);
     buffers_.push_back(buffer);
-    EXPECT_EQ(device_->GetCommandQueue()->CopyHostToDevice(bytes.data(), buffer, bytes.size(), nullptr),
+    boost::shared_ptr<LM::Event> uploaded;
+    EXPECT_EQ(device_->GetCommandQueue()->CopyHostToDevice(bytes.data(), buffer, bytes.size(), &uploaded),
               LM::kResultSuccess);
+    if (uploaded) uploaded->Wait();
     return buffer;
   }
   // The buffer's bytes once the work queued before has finished.
