@@ -1,9 +1,8 @@
-// What start-up does before devices exist: the disable switches, the GPU formats registered with the host,
-// the driver bound for API 4.0 with the legacy fallback, and the counting of Initialize and Terminate.
+// What start-up reads and binds: the debug switches, one disable switch alone, and the driver bound for
+// API 4.0 with the legacy fallback.
 #include <gtest/gtest.h>
 
 #include <zelcore/Debug.h>
-#include <zelmediatypes/PixelFormatTable.h>
 
 #include "Devices/Configuration.h"
 #include "FakeCUDAControl.h"
@@ -31,21 +30,6 @@ TEST(DebugSwitch, ReadsNumbersAndWordsAndDefaultsToFalse) {
   EXPECT_TRUE(LM::IsOpenCLEnabled());
 }
 
-TEST(StartUp, BothDisableSwitchesKeepEverythingUnbound) {
-  FakeCUDA fake(FAKECUDA_PATH);
-  LM::CUDADriverLibraryName = FAKECUDA_PATH;
-  Database().Set("LM.DisableAcceleratedRenderer", "1");
-  Database().Set("LM.DisableAcceleratedDisplay", "1");
-  LM::Initialize(false);
-  EXPECT_EQ(LM::CUDA.cuInit, nullptr);
-  EXPECT_EQ(fake.fakecuda_CallLogSize(), 0u);
-  EXPECT_EQ(zelmediatypes::GuessNameForProperties(0x0004009Au), zelmediatypes::kPixelFormat_GPU_BGRA_4444_32f.code)
-      << "the host table knows the GPU formats whether or not they were registered";
-  EXPECT_EQ(LM::GetDeviceCount(), 0u);
-  EXPECT_EQ(LM::GetDevice(0), nullptr);
-  LM::Terminate();
-}
-
 TEST(StartUp, OneDisableSwitchAloneIsIgnored) {
   FakeCUDA fake(FAKECUDA_PATH);
   LM::CUDADriverLibraryName = FAKECUDA_PATH;
@@ -67,20 +51,6 @@ TEST(StartUp, FallsBackToTheLegacyApiOnA32Driver) {
                         "\n");
   EXPECT_EQ(LM::GetCUDADriverBindResult(), 0);
   EXPECT_EQ(reinterpret_cast<void*>(LM::CUDA.cuMemAlloc), fake.Symbol("cuMemAlloc"));
-  LM::Terminate();
-}
-
-TEST(StartUp, OnlyTheFirstOfNestedCallsBinds) {
-  FakeCUDA fake(FAKECUDA_PATH);
-  LM::CUDADriverLibraryName = FAKECUDA_PATH;
-  LM::Initialize(false);
-  LM::Initialize(true);
-  EXPECT_EQ(fake.fakecuda_CallCount("cuInit"), 1u);
-  LM::Terminate();
-  LM::Terminate();
-  LM::Terminate();  // unmatched: ignored
-  LM::Initialize(false);
-  EXPECT_EQ(fake.fakecuda_CallCount("cuInit"), 2u) << "a new first Initialize after the last Terminate binds again";
   LM::Terminate();
 }
 

@@ -24,8 +24,9 @@ const char kUsage[] =
     "  -h, --help           Show this help.\n"
     "\n"
     "Run-time switches are entries of the debug database, set through the environment variable\n"
-    "LUMORA_DEBUG as \"key=value;key=value\" (see docs/configuration.md), for example\n"
-    "  LUMORA_DEBUG=\"LM.EnableOpenCL=1;LM.OpenCLIncludeCPUDevices=1\" lumora devices\n";
+    "LUMORA_DEBUG as \"key=value;key=value\" (see docs/configuration.md). For example, to list CUDA\n"
+    "devices only:\n"
+    "  LUMORA_DEBUG=\"LM.EnableOpenCL=0\" lumora devices\n";
 
 const char* BindResultText(int result) {
   switch (result) {
