@@ -15,26 +15,20 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-Names OpenCLModules() {
+// The registered module names, less those in `before` (every test program registers the library's own
+// kernel families at start-up).
+Names Added(const Names& before) {
   Names names;
   for (const auto& record : LM::GetKernelRecords(LM::kDeviceFramework_OpenCL, LM::kVendor_Unknown, 0)) {
-    names.push_back(record.moduleName);
+    if (std::find(before.begin(), before.end(), record.moduleName) == before.end()) {
+      names.push_back(record.moduleName);
+    }
   }
   return names;
 }
 
-// Every test program also registers the library's own kernel families at start-up; a test compares only the
-// names that were not registered before it began.
-Names Added(const Names& before) {
-  Names added;
-  for (const std::string& name : OpenCLModules()) {
-    if (std::find(before.begin(), before.end(), name) == before.end()) added.push_back(name);
-  }
-  return added;
-}
-
 TEST(OpenCLModuleRegistration, EachTextIsNamedByItsFirstMarkerLine) {
-  const Names before = OpenCLModules();
+  const Names before = Added({});
   const char* first[] = {"// module: Tint\nkernel void A() {}",
                          "#line 1\n// module:  Blur \r\n// module: Not\n", "kernel void Unnamed() {}",
                          nullptr, "// module: \t\nkernel void NoName() {}"};
@@ -50,7 +44,7 @@ TEST(OpenCLModuleRegistration, EachTextIsNamedByItsFirstMarkerLine) {
 }
 
 TEST(OpenCLModuleRegistration, ALookupBeforeThePostedRebuildBuildsTheTableItself) {
-  const Names before = OpenCLModules();
+  const Names before = Added({});
   const char* early[] = {"// module: Early\n"};
   const char* late[] = {"// module: Late\n"};
   LM::OpenCLModuleLoader first(early, 1);
@@ -61,12 +55,11 @@ TEST(OpenCLModuleRegistration, ALookupBeforeThePostedRebuildBuildsTheTableItself
   std::promise<void> release;
   const std::shared_future<void> released = release.get_future().share();
   std::atomic<int> busy{0};
-  for (int i = 0; i < 2; ++i) {
+  for (int i = 0; i < 2; ++i)
     io->Post([&busy, released] {
       ++busy;
       released.wait_for(std::chrono::seconds(10));
     });
-  }
   while (busy < 2) std::this_thread::yield();
 
   LM::OpenCLModuleLoader second(late, 1);
