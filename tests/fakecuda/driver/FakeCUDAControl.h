@@ -17,7 +17,7 @@
 
 extern "C" {
 
-// One recorded kernel launch (cuLaunchGrid, cuLaunchGridAsync, cuLaunch or cuLaunchKernel).
+// One recorded kernel launch (cuLaunchGridAsync, the launch the library makes).
 struct FakeCUDALaunch {
   const char* function;  // the kernel's name as looked up with cuModuleGetFunction
   unsigned gridX, gridY;

@@ -202,30 +202,6 @@ CUresult Copy(void* destination, const void* source, std::size_t bytes) {
 
 void* Address(CUdeviceptr pointer) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(pointer)); }
 
-CUresult Copy2D(const CUDA_MEMCPY2D* copy) {
-  if (copy == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  const char* source = copy->srcMemoryType == CU_MEMORYTYPE_HOST ? static_cast<const char*>(copy->srcHost)
-                                                                  : static_cast<const char*>(Address(copy->srcDevice));
-  char* destination = copy->dstMemoryType == CU_MEMORYTYPE_HOST ? static_cast<char*>(copy->dstHost)
-                                                                 : static_cast<char*>(Address(copy->dstDevice));
-  if (source == nullptr || destination == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  for (std::size_t row = 0; row < copy->Height; ++row) {
-    std::memmove(destination + (copy->dstY + row) * copy->dstPitch + copy->dstXInBytes,
-                 source + (copy->srcY + row) * copy->srcPitch + copy->srcXInBytes, copy->WidthInBytes);
-  }
-  return CUDA_SUCCESS;
-}
-
-template <class T>
-CUresult Fill2D(CUdeviceptr destination, std::size_t pitch, T value, std::size_t width, std::size_t height) {
-  if (destination == 0) return CUDA_ERROR_INVALID_VALUE;
-  for (std::size_t row = 0; row < height; ++row) {
-    T* line = reinterpret_cast<T*>(static_cast<char*>(Address(destination)) + row * pitch);
-    std::fill(line, line + width, value);
-  }
-  return CUDA_SUCCESS;
-}
-
 template <class Object>
 CUresult LookUp(std::map<std::string, std::unique_ptr<Object>>& objects, const char* name, Object** out) {
   State& state = TheState();
@@ -360,18 +336,6 @@ CUresult Impl_cuCtxPopCurrent(CUcontext* context) {
   return CUDA_SUCCESS;
 }
 
-CUresult Impl_cuCtxGetCurrent(CUcontext* context) {
-  if (context == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  *context = currentContexts.empty() ? nullptr : currentContexts.back();
-  return CUDA_SUCCESS;
-}
-
-CUresult Impl_cuCtxSetCurrent(CUcontext context) {
-  if (!currentContexts.empty()) currentContexts.pop_back();
-  if (context != nullptr) currentContexts.push_back(context);
-  return CUDA_SUCCESS;
-}
-
 CUresult Impl_cuMemAlloc(CUdeviceptr* pointer, std::size_t bytes) { return AllocateDevice(pointer, bytes); }
 
 CUresult Impl_cuMemFree(CUdeviceptr pointer) {
@@ -398,26 +362,11 @@ CUresult Impl_cuMemFreeHost(void* pointer) {
   return CUDA_SUCCESS;
 }
 
-CUresult Impl_cuMemGetInfo(std::size_t* free, std::size_t* total) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  if (free == nullptr || total == nullptr || state.devices.empty()) return CUDA_ERROR_INVALID_VALUE;
-  *total = state.devices.front().totalMemory;
-  *free = *total > state.deviceBytes ? *total - state.deviceBytes : 0;
-  return CUDA_SUCCESS;
-}
-
 CUresult Impl_cuMemcpyHtoD(CUdeviceptr destination, const void* source, std::size_t bytes) {
   return Copy(Address(destination), source, bytes);
 }
 CUresult Impl_cuMemcpyDtoH(void* destination, CUdeviceptr source, std::size_t bytes) {
   return Copy(destination, Address(source), bytes);
-}
-CUresult Impl_cuMemcpyDtoD(CUdeviceptr destination, CUdeviceptr source, std::size_t bytes) {
-  return Copy(Address(destination), Address(source), bytes);
-}
-CUresult Impl_cuMemcpy(CUdeviceptr destination, CUdeviceptr source, std::size_t bytes) {
-  return Copy(Address(destination), Address(source), bytes);
 }
 CUresult Impl_cuMemcpyHtoDAsync(CUdeviceptr destination, const void* source, std::size_t bytes, CUstream) {
   return Copy(Address(destination), source, bytes);
@@ -425,32 +374,6 @@ CUresult Impl_cuMemcpyHtoDAsync(CUdeviceptr destination, const void* source, std
 CUresult Impl_cuMemcpyDtoHAsync(void* destination, CUdeviceptr source, std::size_t bytes, CUstream) {
   return Copy(destination, Address(source), bytes);
 }
-CUresult Impl_cuMemcpy2D(const CUDA_MEMCPY2D* copy) { return Copy2D(copy); }
-CUresult Impl_cuMemcpy2DUnaligned(const CUDA_MEMCPY2D* copy) { return Copy2D(copy); }
-CUresult Impl_cuMemcpy2DAsync(const CUDA_MEMCPY2D* copy, CUstream) { return Copy2D(copy); }
-
-CUresult Impl_cuMemsetD8(CUdeviceptr destination, unsigned char value, std::size_t count) {
-  return Fill2D(destination, count, value, count, 1);
-}
-CUresult Impl_cuMemsetD16(CUdeviceptr destination, unsigned short value, std::size_t count) {
-  return Fill2D(destination, count * 2, value, count, 1);
-}
-CUresult Impl_cuMemsetD32(CUdeviceptr destination, unsigned int value, std::size_t count) {
-  return Fill2D(destination, count * 4, value, count, 1);
-}
-CUresult Impl_cuMemsetD2D8(CUdeviceptr destination, std::size_t pitch, unsigned char value, std::size_t width,
-                           std::size_t height) {
-  return Fill2D(destination, pitch, value, width, height);
-}
-CUresult Impl_cuMemsetD2D16(CUdeviceptr destination, std::size_t pitch, unsigned short value, std::size_t width,
-                            std::size_t height) {
-  return Fill2D(destination, pitch, value, width, height);
-}
-CUresult Impl_cuMemsetD2D32(CUdeviceptr destination, std::size_t pitch, unsigned int value, std::size_t width,
-                            std::size_t height) {
-  return Fill2D(destination, pitch, value, width, height);
-}
-
 CUresult Impl_cuStreamCreate(CUstream* stream, unsigned int) {
   if (stream == nullptr) return CUDA_ERROR_INVALID_VALUE;
   State& state = TheState();
@@ -560,33 +483,11 @@ CUresult Impl_cuParamSetSize(CUfunction handle, unsigned int bytes) {
 CUresult Impl_cuParamSetv(CUfunction handle, int offset, void* bytes, unsigned int size) {
   return SetParameter(handle, offset, bytes, size);
 }
-CUresult Impl_cuParamSeti(CUfunction handle, int offset, unsigned int value) {
-  return SetParameter(handle, offset, &value, sizeof value);
-}
-CUresult Impl_cuParamSetf(CUfunction handle, int offset, float value) {
-  return SetParameter(handle, offset, &value, sizeof value);
-}
 
-CUresult Impl_cuLaunch(CUfunction function) { return RecordLaunch(function, 1, 1, nullptr); }
-CUresult Impl_cuLaunchGrid(CUfunction function, int width, int height) {
-  if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
-  return RecordLaunch(function, width, height, nullptr);
-}
 CUresult Impl_cuLaunchGridAsync(CUfunction function, int width, int height, CUstream stream) {
   if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
   return RecordLaunch(function, width, height, stream);
 }
-CUresult Impl_cuLaunchKernel(CUfunction handle, unsigned int gridX, unsigned int gridY, unsigned int,
-                             unsigned int blockX, unsigned int blockY, unsigned int blockZ, unsigned int,
-                             CUstream stream, void**, void**) {
-  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
-  Function& function = *reinterpret_cast<Function*>(handle);
-  function.blockX = blockX;
-  function.blockY = blockY;
-  function.blockZ = blockZ;
-  return RecordLaunch(handle, gridX, gridY, stream);
-}
-
 CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR* descriptor, CUdeviceptr address,
                                    std::size_t pitch) {
   if (texture == nullptr || descriptor == nullptr) return CUDA_ERROR_INVALID_VALUE;
