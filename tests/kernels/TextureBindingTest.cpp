@@ -61,19 +61,4 @@ TEST_F(TextureBinding, ABoundTextureSamplesTheDataItWasBoundTo) {
   }
 }
 
-TEST_F(TextureBinding, TheImageLivesAsLongAsACopyOfTheTexture) {
-  std::vector<unsigned char> source(64 * 16, 0);
-  void* base = Upload(source);
-  LM::Texture copy;
-  {
-    LM::Texture texture;
-    ASSERT_EQ(LM::BindTexture(device_, texture, base, base, 64, 4, 4, LM::kPixelFormat_GPU_BGRA_4444_32f), 0);
-    copy = texture;
-  }
-  EXPECT_NE(copy.image, nullptr);
-  EXPECT_EQ(copy.imageHolder.use_count(), 1) << "the copy alone holds the image now";
-  EXPECT_EQ(LM::BindTexture(device_, copy, base, base, 64, 0, 4, LM::kPixelFormat_GPU_BGRA_4444_32f), LM::kResultFailed)
-      << "an empty extent makes no image";
-}
-
 }  // namespace

