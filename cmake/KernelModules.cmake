@@ -11,7 +11,8 @@
 #     only. The .cpp is rewritten only when its text changes, so an unchanged kernel recompiles nothing.
 #   - CUDA, when nvcc was found: a generated .cu wrapper includes the dialect and the source; nvcc compiles
 #     it to PTX for compute_75, the oldest architecture the toolkit supports, with warnings as errors; the
-#     texture references that its tex instructions name are declared in the PTX, which is written as
+#     texture references that its tex instructions name are declared in the PTX, which declares the lowest
+#     PTX ISA version that ptxas accepts it at (FinishPtxModule.cmake), and is written as
 #     <bin>/PTX/<Module>_NVIDIA.ptx beside the programs. <PTX_TARGET> builds these files and <TARGET>
 #     depends on it, so a program that links <TARGET> has the PTX folder too. The files are listed in the
 #     global property LUMORA_PTX_MODULES for the kernel checks.
@@ -58,10 +59,10 @@ function(lumora_kernel_modules)
         BYPRODUCTS ${work}/${module}.ptx
         COMMAND ${LUMORA_NVCC} -ptx -arch=compute_75 -Werror all-warnings -I${dialectDir} ${work}/${module}.cu
                 -o ${work}/${module}.ptx
-        COMMAND ${CMAKE_COMMAND} -DINPUT=${work}/${module}.ptx -DOUTPUT=${ptx}
-                -P ${LUMORA_KERNEL_SCRIPTS}/AddTextureReferences.cmake
+        COMMAND ${CMAKE_COMMAND} -DINPUT=${work}/${module}.ptx -DOUTPUT=${ptx} -DPTXAS=${LUMORA_PTXAS}
+                -P ${LUMORA_KERNEL_SCRIPTS}/FinishPtxModule.cmake
         DEPENDS ${work}/${module}.cu ${source} ${dialect}
-                ${LUMORA_KERNEL_SCRIPTS}/AddTextureReferences.cmake
+                ${LUMORA_KERNEL_SCRIPTS}/FinishPtxModule.cmake
         COMMENT "Compiling CUDA module ${module} to PTX"
         VERBATIM)
       list(APPEND ptxFiles ${ptx})
