@@ -1,6 +1,7 @@
 // Textures: CUDA texture references bound to pitched device memory, OpenCL images filled from buffers.
 #include "Lumora/Textures.h"
 
+#include <climits>
 #include <cstdint>
 
 #include "Lumora/Device.h"
@@ -38,6 +39,27 @@ TextureFormat TextureFormatOf(PixelFormat format) {
   return TextureFormat{arrayFormat, (word & 0xC00u) != 0 ? 1u : 4u};
 }
 
+int TexelBytes(const TextureFormat& format) {
+  const int channelBytes = format.format == CU_AD_FORMAT_UNSIGNED_INT8                                 ? 1
+                           : format.format == CU_AD_FORMAT_UNSIGNED_INT16 || format.format == CU_AD_FORMAT_HALF ? 2
+                                                                                                         : 4;
+  return channelBytes * static_cast<int>(format.channels);
+}
+
+CUdevice CUDADeviceOf(const Device& device) {
+  return static_cast<CUdevice>(reinterpret_cast<std::intptr_t>(device.GetDeviceHandle()));
+}
+
+// The pitch that the device's texture hardware binds rows at, in bytes; 0 when the driver does not say.
+int TexturePitchAlignment(const Device& device) {
+  int alignment = 0;
+  if (CUDA.cuDeviceGetAttribute(&alignment, CU_DEVICE_ATTRIBUTE_TEXTURE_PITCH_ALIGNMENT, CUDADeviceOf(device)) !=
+      CUDA_SUCCESS) {
+    return 0;
+  }
+  return alignment > 0 ? alignment : 0;
+}
+
 }  // namespace
 
 Texture LoadTexture(const boost::shared_ptr<Device>& device, const char* moduleKey, const char* textureName,
@@ -61,8 +83,8 @@ Texture LoadTexture(const boost::shared_ptr<Device>& device, const char* moduleK
     if (prepared) texture.textureReference = reference;
   }
   int alignment = 0;
-  const CUdevice cudaDevice = static_cast<CUdevice>(reinterpret_cast<std::intptr_t>(device->GetDeviceHandle()));
-  if (CUDA.cuDeviceGetAttribute(&alignment, CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT, cudaDevice) == CUDA_SUCCESS &&
+  if (CUDA.cuDeviceGetAttribute(&alignment, CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT, CUDADeviceOf(*device)) ==
+          CUDA_SUCCESS &&
       alignment > 0) {
     texture.alignment = static_cast<std::uint32_t>(alignment);
   }
@@ -87,6 +109,9 @@ int BindTexture(const boost::shared_ptr<Device>& device, Texture& texture, const
     return CopyBufferToImage(device, base, offset, rowBytes, image, format, width, height);
   }
   if (texture.textureReference == nullptr) return kResultOutOfMemory;
+  // The driver refuses such a pitch with CUDA_ERROR_INVALID_VALUE; the caller is told why instead.
+  const int pitchAlignment = TexturePitchAlignment(*device);
+  if (rowBytes <= 0 || (pitchAlignment != 0 && rowBytes % pitchAlignment != 0)) return kResultUnsupported;
   const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(data);
   const std::uintptr_t alignment = texture.alignment != 0 ? texture.alignment : 1;
   const std::uintptr_t aligned = address / alignment * alignment;
@@ -101,6 +126,49 @@ int BindTexture(const boost::shared_ptr<Device>& device, Texture& texture, const
   const CUresult result = CUDA.cuTexRefSetAddress2D(static_cast<CUtexref>(texture.textureReference), &descriptor,
                                                     aligned, static_cast<std::size_t>(rowBytes));
   return MapCUDAResult(result);
+}
+
+int AlignPlaneForTexture(const boost::shared_ptr<Device>& device, const void* base, const void* data, int rowBytes,
+                         int width, int height, PixelFormat format, TexturePlane* plane) {
+  if (!device || plane == nullptr) return kResultFailed;
+  *plane = TexturePlane{base, data, rowBytes, nullptr};
+  if (width <= 0 || height <= 0 || device->GetFramework() != kDeviceFramework_CUDA) return kResultSuccess;
+  const int alignment = TexturePitchAlignment(*device);
+  if (alignment == 0) return kResultFailed;
+  if (rowBytes > 0 && rowBytes % alignment == 0) return kResultSuccess;
+
+  const long long rowCopy = static_cast<long long>(width) * TexelBytes(TextureFormatOf(format));
+  const long long pitch = (rowCopy + alignment - 1) / alignment * alignment;
+  if (rowBytes < rowCopy || pitch > INT_MAX) return kResultFailed;
+  const boost::shared_ptr<MemoryManager> pool = device->GetDeviceMemory();
+  const boost::shared_ptr<CommandQueue> queue = device->GetCommandQueue();
+  if (!pool || !queue) return kResultFailed;
+  void* scratch = pool->Allocate(static_cast<std::size_t>(pitch) * static_cast<std::size_t>(height), nullptr);
+  if (scratch == nullptr) return kResultOutOfMemory;
+
+  CUDA_MEMCPY2D copy = {};
+  copy.srcMemoryType = CU_MEMORYTYPE_DEVICE;
+  copy.srcDevice = reinterpret_cast<std::uintptr_t>(data);
+  copy.srcPitch = static_cast<std::size_t>(rowBytes);
+  copy.dstMemoryType = CU_MEMORYTYPE_DEVICE;
+  copy.dstDevice = reinterpret_cast<std::uintptr_t>(scratch);
+  copy.dstPitch = static_cast<std::size_t>(pitch);
+  copy.WidthInBytes = static_cast<std::size_t>(rowCopy);
+  copy.Height = static_cast<std::size_t>(height);
+  const CUresult result = CUDA.cuMemcpy2DAsync(&copy, static_cast<CUstream>(queue->GetNativeQueue()));
+  if (result != CUDA_SUCCESS) {
+    pool->Release(scratch, boost::shared_ptr<Event>());  // nothing was queued that uses it
+    return MapCUDAResult(result);
+  }
+  *plane = TexturePlane{scratch, scratch, static_cast<int>(pitch), scratch};
+  return kResultSuccess;
+}
+
+void ReleaseTexturePlane(const boost::shared_ptr<Device>& device, TexturePlane* plane,
+                         const boost::shared_ptr<Event>& done) {
+  if (plane == nullptr || plane->scratch == nullptr) return;
+  if (device && device->GetDeviceMemory()) device->GetDeviceMemory()->Release(plane->scratch, done);
+  *plane = TexturePlane{};
 }
 
 }  // namespace LM

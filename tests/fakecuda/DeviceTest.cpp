@@ -163,7 +163,7 @@ TEST_F(CUDADevice, AProfilingSwitchChangeReinitialisesAStartedDevice) {
 
 TEST_F(CUDADevice, ModulesAreFoundByTheirSourcesBaseNameAndLoadedOnce) {
   ExecutableFolder folder;
-  folder.Write("PTX/Fills_NVIDIA.ptx", ".version 7.0\n");
+  folder.Write("PTX/Fills_NVIDIA.ptx", ".version 7.0\n.target sm_75\n");
   boost::shared_ptr<LM::Device> device = Make();
   device->InitializeContext();
   device->AcquireExclusiveAccess();

@@ -1,5 +1,6 @@
-// The operation frame on the CUDA path, observed through the fake driver: launch geometry, where each
-// parameter lands, the pitch and flag conversions, the kernel cache, and the texture binding arithmetic.
+// The operation frame on the CUDA path, observed through the fake driver loaded with the modules the build
+// made: launch geometry, where each parameter lands, the pitch and flag conversions, the kernel cache, and
+// the texture binding arithmetic and pitch rule.
 #include <gtest/gtest.h>
 #include <zelcore/Debug.h>
 #include <zelmediatypes/PixelFormats.h>
@@ -7,8 +8,10 @@
 #include <cstring>
 #include <vector>
 
+#include "BuiltPtx.h"
 #include "ExecutableFolder.h"
 #include "FakeDriverBinding.h"
+#include "ImageProcessing/OperationFrame.h"
 #include "Lumora/Device.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
@@ -19,17 +22,22 @@ namespace {
 class CUDAOperations : public testing::Test {
  protected:
   void SetUp() override {
+    if (BuiltPtx("Memory").empty()) GTEST_SKIP() << "nvcc was not found, so no PTX modules were built";
     zelcore::debug::SetAssertionOutputQuiet(true);
     fake_ = BindFakeDriver();
-    if (withFills_) folder_.Write("PTX/Fills_NVIDIA.ptx", ".version 8.0\n");
-    folder_.Write("PTX/Memory_NVIDIA.ptx", ".version 8.0\n");
-    folder_.Write("PTX/Probe_NVIDIA.ptx", ".version 8.0\n");
+    if (withFills_) folder_.Write("PTX/Fills_NVIDIA.ptx", BuiltPtx("Fills"));
+    std::string memory = BuiltPtx("Memory");
+    if (!withFills_) memory.replace(memory.find(".entry CopyRectKernel("), 22, ".entry CopyRectKernelX(");
+    folder_.Write("PTX/Memory_NVIDIA.ptx", memory);
+    folder_.Write("PTX/TextureProbe_NVIDIA.ptx", BuiltPtx("TextureProbe"));
     device_ = LM::Device::Create(0, 0, 0);
     device_->InitializeContext();
     device_->AcquireExclusiveAccess();
     fake_->fakecuda_ClearCallLog();
   }
-  void TearDown() override { device_->ReleaseExclusiveAccess(); }
+  void TearDown() override {
+    if (device_) device_->ReleaseExclusiveAccess();
+  }
 
   FakeCUDALaunch OnlyLaunch() {
     FakeCUDALaunch launch = {};
@@ -45,7 +53,8 @@ class CUDAOperations : public testing::Test {
     return value;
   }
 
-  // The module folder is read once, when the device first needs it.
+  // The module folder is read once, when the device first needs it. Without Fills, the Memory module
+  // misspells CopyRectKernel.
   bool withFills_ = true;
   std::unique_ptr<FakeCUDA> fake_;
   ExecutableFolder folder_;
@@ -139,7 +148,6 @@ TEST_F(CUDAOperationsWithoutFills, AMissingModuleFailsEveryCallUntilTheContextIs
   EXPECT_EQ(fake_->fakecuda_CallLogSize(), 0u);
 
   // A missing kernel in a present module is cached the same way.
-  fake_->fakecuda_SetMissingSymbol("CopyRectKernel");
   char other[64];
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, other, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0, 0, 1, 1),
@@ -160,7 +168,7 @@ TEST_F(CUDAOperationsWithoutFills, AMissingModuleFailsEveryCallUntilTheContextIs
 }
 
 TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
-  LM::Texture texture = LM::LoadTexture(device_, "Probe", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
+  LM::Texture texture = LM::LoadTexture(device_, "TextureProbe", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
                                         CU_TR_FILTER_MODE_POINT, LM::kPixelFormat_GPU_BGRA_4444_16f);
   ASSERT_NE(texture.textureReference, nullptr);
   EXPECT_EQ(texture.alignment, 512u);
@@ -193,9 +201,60 @@ TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
   EXPECT_EQ(format, CU_AD_FORMAT_FLOAT);
 }
 
+// The texture hardware binds rows only at a multiple of the device's pitch alignment (32 bytes here). Such a
+// pitch is refused with a code of its own; AlignPlaneForTexture hands back the caller's plane when its
+// pitch suits, and otherwise a copy with the smallest aligned pitch, which then binds.
+TEST_F(CUDAOperations, APitchTheTextureCannotBindIsRefusedOrCopiedToOneItCan) {
+  const LM::PixelFormat format = LM::kPixelFormat_GPU_BGRA_4444_16f;
+  LM::Texture texture = LM::LoadTexture(device_, "TextureProbe", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
+                                        CU_TR_FILTER_MODE_POINT, format);
+  const int width = 7, height = 3, rowBytes = 1000;  // 56 bytes of texels a row
+  alignas(512) static unsigned char source[3 * 1000];
+  for (std::size_t i = 0; i < sizeof source; ++i) source[i] = static_cast<unsigned char>(i * 7);
+  EXPECT_EQ(LM::BindTexture(device_, texture, source, source, rowBytes, width, height, format), LM::kResultUnsupported);
+
+  LM::TexturePlane plane;
+  ASSERT_EQ(LM::AlignPlaneForTexture(device_, source, source + 16, 1024, width, height, format, &plane), 0);
+  EXPECT_EQ((std::vector<const void*>{plane.base, plane.data, plane.scratch}),
+            (std::vector<const void*>{source, source + 16, nullptr}))
+      << "a pitch that suits is bound as it is";
+
+  ASSERT_EQ(LM::AlignPlaneForTexture(device_, source, source + 16, rowBytes, width, height, format, &plane), 0);
+  ASSERT_NE(plane.scratch, nullptr);
+  EXPECT_EQ(plane.rowBytes, 64);
+  EXPECT_EQ(plane.data, plane.scratch);
+  for (int y = 0; y < height; ++y) {
+    EXPECT_EQ(std::memcmp(static_cast<const unsigned char*>(plane.data) + y * 64, source + 16 + y * rowBytes, 56), 0)
+        << "row " << y;
+  }
+  ASSERT_EQ(LM::BindTexture(device_, texture, plane.base, plane.data, plane.rowBytes, width, height, format), 0);
+  LM::ReleaseTexturePlane(device_, &plane, device_->GetCommandQueue()->RecordEvent());
+  EXPECT_EQ(plane.scratch, nullptr);
+  EXPECT_EQ(device_->GetDeviceMemory()->GetUsedSize(), 0u) << "the scratch block went back to the pool";
+}
+
+// Two host declarations of FillWithColorKernel that drifted from its parameter list: one too long runs past
+// the kernel's parameter bytes, one of the same size misplaces the colour.
+struct TooLong : LM::Kernel<TooLong, LM::DevicePointer, int, int, int, int, int, int, LM::float4, int> {
+  static constexpr const char* kModuleKey = "Fills";
+  static constexpr const char* kName = "FillWithColorKernel";
+};
+struct Misaligned
+    : LM::Kernel<Misaligned, LM::DevicePointer, int, int, int, int, int, int, float, float, float, float> {
+  static constexpr const char* kModuleKey = "Fills";
+  static constexpr const char* kName = "FillWithColorKernel";
+};
+
+// Such a drift fails at the driver, not on a GPU.
+TEST_F(CUDAOperations, AHostDeclarationThatDriftedFromItsKernelIsRefused) {
+  const LM::DevicePointer buffer{buffer_};
+  EXPECT_EQ(TooLong::Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, LM::float4{}, 0), LM::kResultFailed);
+  EXPECT_EQ(Misaligned::Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, 0.0f, 0.0f, 0.0f, 0.0f), LM::kResultFailed);
+  EXPECT_EQ(fake_->fakecuda_LaunchCount(), 0u);
+}
+
 TEST_F(CUDAOperations, ATextureThatCouldNotBePreparedBindsToOutOfMemory) {
-  fake_->fakecuda_SetMissingSymbol("inMissingTexture");
-  LM::Texture missing = LM::LoadTexture(device_, "Probe", "inMissingTexture", CU_TR_ADDRESS_MODE_CLAMP,
+  LM::Texture missing = LM::LoadTexture(device_, "TextureProbe", "inMissingTexture", CU_TR_ADDRESS_MODE_CLAMP,
                                         CU_TR_FILTER_MODE_POINT, LM::kPixelFormat_GPU_BGRA_4444_32f);
   EXPECT_EQ(missing.textureReference, nullptr);
   EXPECT_EQ(LM::BindTexture(device_, missing, buffer_, buffer_, 64, 1, 1, LM::kPixelFormat_GPU_BGRA_4444_32f),

@@ -9,8 +9,8 @@
 
 inline std::vector<const LM::KernelSignature*> CheckedKernels() {
   using K = LM::KernelParameterKind;
-  static constexpr K kProbe[] = {K::kDevicePointer, K::kInt, K::kInt, K::kInt, K::kInt, K::kImage};
-  static constexpr LM::KernelSignature kSampleTexture = {"TextureProbe", "SampleTextureKernel", kProbe, 6};
+  static constexpr K kProbe[] = {K::kDevicePointer, K::kInt, K::kInt, K::kInt, K::kInt, K::kInt, K::kImage};
+  static constexpr LM::KernelSignature kSampleTexture = {"TextureProbe", "SampleTextureKernel", kProbe, 7};
   static constexpr K kArithmetic[] = {K::kDevicePointer, K::kDevicePointer, K::kInt,    K::kInt,   K::kInt,
                                       K::kInt,           K::kFloat,         K::kFloat4, K::kFloat4};
   static constexpr LM::KernelSignature kPixelArithmetic = {"DialectProbe", "PixelArithmeticKernel",

@@ -1,7 +1,6 @@
 // The embedded OpenCL texts on the installed runtime (PoCL): each registered module builds and offers every
-// kernel declared for it, and what no library operation shows on its own (half rounding, the dialect's loads
-// and float4 arithmetic, texture sampling, buffer-to-image layouts) matches independent formulas. Fills and
-// copies through the operations are checked in tests/opencl.
+// kernel declared for it, and the OpenCL-only buffer-to-image kernel follows the image's layout. The pixels
+// of the operations and of the dialect are checked on every device in tests/devices.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -102,67 +101,6 @@ TEST(KernelModules, OpenCLTextsBuildWithEveryDeclaredKernel) {
   }
 }
 
-// The cases a store rounding other than to nearest even gets wrong: halfway values, one of them subnormal,
-// and the halfway value above the largest half, which rounds to infinity.
-TEST(KernelPixels, FillStoresHalfwayValuesRoundedToEven) {
-  LM_OPEN_OPENCL_OR_SKIP(cl);
-  const Program fills(cl, "Fills");
-  const cl_float4 color = {
-      {1.0f + std::ldexp(1.0f, -11), 1.0f + 3 * std::ldexp(1.0f, -11), -3 * std::ldexp(1.0f, -25), 65520.0f}};
-  const std::uint16_t expected[4] = {0x3C00, 0x3C02, 0x8002, 0x7C00};
-  const Buffer buffer(cl, Bytes(8 * 2, 0xAB));
-  ASSERT_EQ(Launch(cl, fills, "FillWithColorKernel", 1, 1, buffer.memory, 2, 0, 1, 0, 1, 1, color),
-            CL_SUCCESS);
-  const Bytes written = buffer.Read(cl);
-  EXPECT_EQ(Bytes(written.begin(), written.begin() + 8), Bytes(8, 0xAB)) << "pixel 0 is left alone";
-  for (int c = 0; c < 4; ++c)
-    EXPECT_EQ(Get<std::uint16_t>(written, 8 + 2 * c), expected[c]) << "channel " << c;
-}
-
-// The bits of v, which must be zero or a normal half; and the value of half bits.
-std::uint16_t HalfBits(float v) {
-  if (v == 0) return std::signbit(v) ? 0x8000 : 0;
-  int exponent = 0;
-  const float mantissa = std::frexp(std::fabs(v), &exponent);  // in [0.5, 1)
-  return std::uint16_t((v < 0 ? 0x8000 : 0) | (exponent + 14) << 10 | int((mantissa * 2 - 1) * 1024));
-}
-float HalfValue(std::uint16_t bits) {
-  const int exponent = (bits >> 10) & 31;
-  const float fraction = (bits & 1023) / 1024.0f;
-  const float magnitude = exponent == 0 ? std::ldexp(fraction, -14) : std::ldexp(1 + fraction, exponent - 15);
-  return bits & 0x8000 ? -magnitude : magnitude;
-}
-
-// The dialect's pixel loads and float4 arithmetic (no library kernel uses them yet) and its stores, for both
-// precisions. The values are multiples of 1/8 within the clamp range, so every step is exact.
-TEST(KernelPixels, DialectLoadsComputesAndStoresBothPrecisions) {
-  LM_OPEN_OPENCL_OR_SKIP(cl);
-  const Program probe(cl, "DialectProbe");
-  const int pitch = 3, width = 2, height = 2, values = 4 * pitch * height;
-  const float scale = 0.5f;
-  const cl_float4 offset = {{0.25f, -0.5f, 0.0f, 1.0f}}, gain = {{2.0f, 0.5f, -1.0f, 4.0f}};
-  for (const int is32f : {0, 1}) {
-    const std::size_t channelBytes = is32f ? 4 : 2;
-    Bytes source(channelBytes * values);
-    for (int i = 0; i < values; ++i) {
-      const float v = ((i * 5) % 33 - 16) / 8.0f;
-      is32f ? Put(source, 4 * i, v) : Put(source, 2 * i, HalfBits(v));
-    }
-    const Buffer src(cl, source), dst(cl, Bytes(source.size(), 0));
-    ASSERT_EQ(Launch(cl, probe, "PixelArithmeticKernel", width, height, src.memory, dst.memory, pitch, is32f,
-                     width, height, scale, offset, gain),
-              CL_SUCCESS);
-    const Bytes result = dst.Read(cl);
-    for (int i = 0; i < values; ++i) {
-      const float v = ((i * 5) % 33 - 16) / 8.0f;
-      const float expected =
-          std::min(2.0f, std::max(-1.0f, (v - offset.s[i % 4]) * gain.s[i % 4] + v * scale));
-      const float value = is32f ? Get<float>(result, 4 * i) : HalfValue(Get<std::uint16_t>(result, 2 * i));
-      ASSERT_EQ(value, i / 4 % pitch < width ? expected : 0.0f) << "is32f " << is32f << ", value " << i;
-    }
-  }
-}
-
 struct Image {
   Image(const OpenCLTestContext& cl, cl_channel_order order, cl_channel_type type, int width, int height) {
     const cl_image_format format = {order, type};
@@ -215,7 +153,7 @@ TEST(KernelPixels, BufferToImageFollowsTheImageLayoutAndTheProbeClampsToTheEdge)
                      layout.pitch, image.memory, width, height),
               CL_SUCCESS);
     ASSERT_EQ(Launch(cl, probe, "SampleTextureKernel", probeWidth, probeHeight, sampled.memory, probeWidth, 1,
-                     probeWidth, probeHeight, image.memory),
+                     probeWidth, probeHeight, 0, image.memory),
               CL_SUCCESS);
     const Bytes result = sampled.Read(cl);
     for (int i = 0; i < probeWidth * probeHeight * 4; ++i) {

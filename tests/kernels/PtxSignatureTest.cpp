@@ -4,16 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "BuiltPtx.h"
 #include "CheckedKernels.h"
+#include "PtxText.h"
 
 namespace {
 
@@ -21,49 +22,27 @@ using K = LM::KernelParameterKind;
 using Parameter = std::tuple<std::string, int, int>;  // type (.s32 read as .u32), alignment, bytes
 using Entries = std::map<std::pair<std::string, std::string>, std::vector<Parameter>>;  // (module, kernel)
 
-std::filesystem::path PtxFolder() {
-  return std::filesystem::canonical("/proc/self/exe").parent_path() / "PTX";
-}
-
-std::string ReadFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// One ".param [.align N] .tBITS [.ptr ...] name[[count]]" declaration.
-Parameter ParseParameter(const std::string& declaration) {
-  std::istringstream words(declaration);
-  std::string word, type, last;
-  int alignment = 0;
-  words >> word >> type;
-  if (type == ".align") words >> alignment >> type;
-  while (words >> word) last = word;
-  const int bytes = std::stoi(type.substr(2)) / 8;
-  const std::size_t bracket = last.find('[');
-  const int count = bracket == std::string::npos ? 1 : std::stoi(last.substr(bracket + 1));
-  return {type == ".s32" ? ".u32" : type, alignment != 0 ? alignment : bytes, bytes * count};
-}
-
-// Every .entry of every <Module>_NVIDIA.ptx with its parameters.
-Entries ReadModules() {
-  Entries entries;
-  for (const auto& file : std::filesystem::directory_iterator(PtxFolder())) {
+// The text of every <Module>_NVIDIA.ptx, by module.
+std::map<std::string, std::string> ModuleTexts() {
+  std::map<std::string, std::string> texts;
+  for (const auto& file : std::filesystem::directory_iterator(BuiltPtxFolder())) {
     const std::string title = file.path().stem().string();
     const std::size_t suffix = title.rfind("_NVIDIA");
-    if (file.path().extension() != ".ptx" || suffix == std::string::npos || suffix + 7 != title.size())
-      continue;
-    const std::string ptx = ReadFile(file.path());
-    for (std::size_t at = ptx.find(".entry "); at != std::string::npos; at = ptx.find(".entry ", at + 1)) {
-      const std::size_t open = ptx.find('(', at), close = ptx.find(')', open);
-      if (close == std::string::npos) break;
-      std::istringstream name(ptx.substr(at + 7, open - at - 7)),
-          list(ptx.substr(open + 1, close - open - 1));
-      std::string kernel;
-      name >> kernel;
-      std::vector<Parameter>& parameters = entries[{title.substr(0, suffix), kernel}];
-      for (std::string declaration; std::getline(list, declaration, ',');) {
-        if (declaration.find(".param") != std::string::npos)
-          parameters.push_back(ParseParameter(declaration));
+    if (file.path().extension() != ".ptx" || suffix == std::string::npos || suffix + 7 != title.size()) continue;
+    texts[title.substr(0, suffix)] = ReadText(file.path());
+  }
+  return texts;
+}
+
+// Every .entry of every <Module>_NVIDIA.ptx with its parameters (.s32 read as .u32).
+Entries ReadModules() {
+  Entries entries;
+  for (const auto& [module, ptx] : ModuleTexts()) {
+    for (const auto& [kernel, declared] : ParsePtx(ptx).entries) {
+      std::vector<Parameter>& parameters = entries[{module, kernel}];
+      for (const PtxParameter& parameter : declared) {
+        parameters.emplace_back(parameter.type == ".s32" ? ".u32" : parameter.type, parameter.alignment,
+                                parameter.bytes);
       }
     }
   }
@@ -86,7 +65,7 @@ std::vector<Parameter> HostParameters(const LM::KernelSignature& kernel) {
 TEST(KernelModules, PtxEntriesMatchTheHostDeclarations) {
   if (!LUMORA_HAVE_PTX_MODULES) GTEST_SKIP() << "nvcc was not found, so no PTX modules were built";
   Entries entries = ReadModules();
-  ASSERT_FALSE(entries.empty()) << "no kernels in " << PtxFolder();
+  ASSERT_FALSE(entries.empty()) << "no kernels in " << BuiltPtxFolder();
   for (const LM::KernelSignature* kernel : CheckedKernels()) {
     const auto found = entries.find({kernel->module, kernel->name});
     if (found == entries.end()) {
@@ -106,7 +85,7 @@ TEST(KernelModules, PtxEntriesMatchTheHostDeclarations) {
 
 TEST(KernelModules, TextureProbePtxDeclaresItsTextureAndSamplesIt) {
   if (!LUMORA_HAVE_PTX_MODULES) GTEST_SKIP() << "nvcc was not found, so no PTX modules were built";
-  const std::string ptx = ReadFile(PtxFolder() / "TextureProbe_NVIDIA.ptx");
+  const std::string ptx = ReadText(BuiltPtxFolder() / "TextureProbe_NVIDIA.ptx");
   const std::size_t declaration = ptx.find("\n.global .texref inProbeTexture;\n");
   ASSERT_NE(declaration, std::string::npos);
   EXPECT_LT(declaration, ptx.find(".entry")) << "declared at module scope, before the kernels";
@@ -114,6 +93,32 @@ TEST(KernelModules, TextureProbePtxDeclaresItsTextureAndSamplesIt) {
   const std::size_t sample = ptx.find("tex.2d.v4.f32.s32");
   ASSERT_NE(sample, std::string::npos);
   EXPECT_EQ(ptx.find("[inProbeTexture,", sample), ptx.find('[', sample)) << "sampled from inProbeTexture";
+}
+
+// Drivers refuse a module of a newer PTX ISA version than their own, so each module declares the lowest that
+// its text needs: 6.4 (CUDA 10.1), or a version at which ptxas refuses it one step lower.
+TEST(KernelModules, EachModuleDeclaresTheLowestPtxVersionItNeeds) {
+  if (!LUMORA_HAVE_PTX_MODULES) GTEST_SKIP() << "nvcc was not found, so no PTX modules were built";
+  const std::vector<std::string> versions = {"6.4", "6.5", "7.0", "7.1", "7.2", "7.3", "7.4", "7.5", "7.6",
+                                             "7.7", "7.8", "8.0", "8.1", "8.2", "8.3", "8.4", "8.5", "8.6",
+                                             "8.7", "8.8", "9.0", "9.1", "9.2"};
+  const std::filesystem::path scratch = std::filesystem::temp_directory_path() / "lumora-ptx-version-check.ptx";
+  for (const auto& [module, ptx] : ModuleTexts()) {
+    const int version = ParsePtx(ptx).version;
+    const std::string declared = std::to_string(version / 10) + "." + std::to_string(version % 10);
+    const auto at = std::find(versions.begin(), versions.end(), declared);
+    ASSERT_NE(at, versions.end()) << module << " declares .version " << declared;
+    if (at == versions.begin()) continue;
+    std::string lower = ptx;
+    lower.replace(lower.find(".version " + declared), 9 + declared.size(), ".version " + *(at - 1));
+    std::ofstream(scratch, std::ios::binary) << lower;
+    const std::string command = std::string(LUMORA_PTXAS) + " -arch=sm_75 " + scratch.string() + " -o " +
+                                scratch.string() + ".cubin >/dev/null 2>&1";
+    EXPECT_NE(std::system(command.c_str()), 0)
+        << module << " declares .version " << declared << " but assembles at " << *(at - 1);
+  }
+  std::filesystem::remove(scratch);
+  std::filesystem::remove(scratch.string() + ".cubin");
 }
 
 }  // namespace

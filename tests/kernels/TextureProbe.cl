@@ -3,11 +3,14 @@
 // parameter on OpenCL, a texture reference declared in the PTX on CUDA.
 #include "KernelDialect.h"
 
-// Writes the texel at (x, y) of inProbeTexture to pixel y * pitch + x of dst, for the width x height extent.
-LM_KERNEL SampleTextureKernel(LM_GLOBAL float* dst, int pitch, int is32f, int width,
-                              int height LM_TEXTURE_PARAM(inProbeTexture)) {
+// Writes the texel at (x, y) of the bound data to pixel y * pitch + x of dst, for the width x height extent.
+// textureOffset is the Texture's offset in bytes (always 0 on OpenCL, whose image starts at the data); it is
+// counted in texels of four halves or four floats, as is32f says.
+LM_KERNEL SampleTextureKernel(LM_GLOBAL float* dst, int pitch, int is32f, int width, int height,
+                              int textureOffset LM_TEXTURE_PARAM(inProbeTexture)) {
   const int x = LM_GLOBAL_X;
   const int y = LM_GLOBAL_Y;
   if (x >= width || y >= height) return;
-  LM_StorePixel(dst, y * pitch + x, LM_SampleTexture(inProbeTexture, x, y), is32f);
+  const int texelBytes = is32f ? 16 : 8;
+  LM_StorePixel(dst, y * pitch + x, LM_SampleTexture(inProbeTexture, x + textureOffset / texelBytes, y), is32f);
 }

@@ -126,12 +126,13 @@ LM_DEVICE float4 LM_Clamp4(float4 a, float lo, float hi) {
 #define LM_TEXTURE_PARAM(name)
 // The texture reference is named in the instruction text only; the build adds its `.global .texref`
 // declaration to the PTX, since CUDA C++ cannot declare one.
-#define LM_SampleTexture(name, x, y)                                          \
+// The coordinates are named px and py so that arguments never replace the members texel.x and texel.y.
+#define LM_SampleTexture(name, px, py)                                        \
   ([&]() {                                                                    \
     float4 texel;                                                             \
     asm volatile("tex.2d.v4.f32.s32 {%0, %1, %2, %3}, [" #name ", {%4, %5}];" \
                  : "=f"(texel.x), "=f"(texel.y), "=f"(texel.z), "=f"(texel.w) \
-                 : "r"((int)(x)), "r"((int)(y)));                             \
+                 : "r"((int)(px)), "r"((int)(py)));                           \
     return texel;                                                             \
   }())
 

@@ -1,6 +1,7 @@
 // The control interface of the fake CUDA driver that the tests build: a shared library that exports the
-// driver's entry points, reports configurable devices, hands out host memory as device memory, records
-// every call with its arguments, and fails any entry point on demand.
+// driver's entry points, reports configurable devices, hands out host memory as device memory, loads PTX
+// text and knows the kernels and textures it declares, records every call with its arguments, and fails
+// any entry point on demand.
 //
 // Tests point the library at a fake driver file through LM::CUDADriverLibraryName and reach the same
 // loaded instance through FakeCUDA, which resolves the control functions below from that file. Variants of
@@ -19,7 +20,7 @@ extern "C" {
 
 // One recorded kernel launch (cuLaunchGridAsync, the launch the library makes).
 struct FakeCUDALaunch {
-  const char* function;  // the kernel's name as looked up with cuModuleGetFunction
+  const char* function;  // the kernel's name as its module declares it
   unsigned gridX, gridY;
   unsigned blockX, blockY, blockZ;
   void* stream;
@@ -49,7 +50,6 @@ struct FakeCUDALaunch {
   X(unsigned long long, fakecuda_LiveDeviceAllocations, (void))                                       \
   X(unsigned long long, fakecuda_LiveHostAllocations, (void))                                         \
   X(unsigned long long, fakecuda_LiveEvents, (void))                                                  \
-  X(void, fakecuda_SetMissingSymbol, (const char* name))                                              \
   X(unsigned long long, fakecuda_LaunchCount, (void))                                                 \
   X(int, fakecuda_GetLaunch, (unsigned long long index, FakeCUDALaunch* launch))                      \
   X(int, fakecuda_CurrentContextDepth, (void))                                                        \

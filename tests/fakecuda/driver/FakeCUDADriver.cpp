@@ -1,7 +1,13 @@
-// The fake driver's state and the behaviour of the entry points it models.
+// The fake driver's state and the behaviour of the entry points it models. It refuses what the real driver
+// refuses where a host/kernel mismatch would otherwise pass unseen: it knows only the kernels and textures
+// that a loaded PTX module declares, checks parameter sizes and alignment against the kernel's parameter
+// list, refuses a module of a newer PTX ISA version than the driver's, a launch without a block shape, and
+// a texture bound at an address or pitch that the device's alignments do not allow.
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -10,6 +16,7 @@
 
 #include "FakeCUDA.h"
 #include "FakeCUDAControl.h"
+#include "PtxText.h"
 
 #define FAKECUDA_API extern "C" __attribute__((visibility("default")))
 
@@ -35,16 +42,26 @@ struct Call {
   std::vector<std::uint64_t> args;
 };
 
+struct Parameter {
+  unsigned offset, bytes, alignment;
+};
+
 struct Function {
   std::string name;
-  unsigned blockX = 1, blockY = 1, blockZ = 1;
+  std::vector<Parameter> parameters;  // at their offsets, each aligned to its own alignment
+  unsigned parameterBytes = 0;        // what cuParamSetSize must be given
+  unsigned blockX = 0, blockY = 0, blockZ = 0;  // 0 until cuFuncSetBlockShape
   unsigned paramSize = 0;
   unsigned char params[sizeof(FakeCUDALaunch::params)] = {};
 };
 
+struct Texture {
+  CUdevice device;  // whose alignments a binding must meet
+};
+
 struct Module {
-  std::map<std::string, std::unique_ptr<Function>> functions;
-  std::map<std::string, std::unique_ptr<int>> textures;
+  std::map<std::string, std::unique_ptr<Function>, std::less<>> functions;
+  std::map<std::string, std::unique_ptr<Texture>, std::less<>> textures;
 };
 
 struct Event {
@@ -71,8 +88,8 @@ struct State {
   // so a benchmark measures the caller, not the fake.
   std::atomic<bool> idle{false};
   void UpdateIdle() { idle = !recording && failures.empty(); }
-  std::set<std::string> missingSymbols;
   bool eventsComplete = true;
+  std::map<CUcontext, CUdevice> contextDevices;
   std::map<CUevent, std::unique_ptr<Event>> events;
   std::vector<std::unique_ptr<Module>> modules;
   std::uintptr_t nextHandle = 0x1000;
@@ -99,8 +116,8 @@ struct State {
     launches.clear();
     recording = true;
     idle = false;
-    missingSymbols.clear();
     eventsComplete = true;
+    contextDevices.clear();
     events.clear();
     modules.clear();
     textureBound = false;
@@ -157,6 +174,7 @@ CUresult AllocateHost(void** pointer, std::size_t bytes) {
 
 CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstream stream) {
   if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (reinterpret_cast<Function*>(handle)->blockX == 0) return CUDA_ERROR_INVALID_VALUE;  // no block shape set
   State& state = TheState();
   if (state.idle.load(std::memory_order_relaxed)) return CUDA_SUCCESS;
   const Function& function = *reinterpret_cast<Function*>(handle);
@@ -175,12 +193,82 @@ CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstrea
   return CUDA_SUCCESS;
 }
 
+// A value may go only within the kernel's parameter bytes, starting inside a parameter at a multiple of that
+// parameter's alignment.
 CUresult SetParameter(CUfunction handle, int offset, const void* bytes, unsigned size) {
-  if (handle == nullptr || offset < 0 || bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (offset < 0 || bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
   Function& function = *reinterpret_cast<Function*>(handle);
-  if (static_cast<std::size_t>(offset) + size > sizeof function.params) return CUDA_ERROR_INVALID_VALUE;
-  std::memcpy(function.params + offset, bytes, size);
+  const unsigned start = static_cast<unsigned>(offset);
+  if (static_cast<std::size_t>(start) + size > function.parameterBytes) return CUDA_ERROR_INVALID_VALUE;
+  const auto within = std::find_if(function.parameters.begin(), function.parameters.end(), [&](const Parameter& p) {
+    return start >= p.offset && start < p.offset + p.bytes;
+  });
+  if (within == function.parameters.end() || start % within->alignment != 0) return CUDA_ERROR_INVALID_VALUE;
+  std::memcpy(function.params + start, bytes, size);
   return CUDA_SUCCESS;
+}
+
+// The highest PTX ISA version that a driver of `version` (1000 × major + 10 × minor) loads.
+int MaximumPtxVersion(int version) {
+  static const int table[][2] = {{9000, 60},  {9010, 61},  {9020, 62},  {10000, 63}, {10010, 64}, {10020, 65},
+                                 {11000, 70}, {11010, 71}, {11020, 72}, {11030, 73}, {11040, 74}, {11050, 75},
+                                 {11060, 76}, {11070, 77}, {11080, 78}, {12000, 80}, {12010, 81}, {12020, 82},
+                                 {12030, 83}, {12040, 84}, {12050, 85}, {12080, 87}, {12090, 88}, {13000, 90}};
+  int maximum = 0;
+  for (const auto& row : table) {
+    if (version >= row[0]) maximum = row[1];
+  }
+  return maximum;
+}
+
+CUdevice CurrentDevice(State& state) {
+  if (currentContexts.empty()) return 0;
+  const auto found = state.contextDevices.find(currentContexts.back());
+  return found != state.contextDevices.end() ? found->second : 0;
+}
+
+int Attribute(const Device& device, CUdevice_attribute attribute) {
+  const auto set = device.attributes.find(attribute);
+  if (set != device.attributes.end()) return set->second;
+  switch (attribute) {
+    case CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT:
+      return 512;
+    case CU_DEVICE_ATTRIBUTE_TEXTURE_PITCH_ALIGNMENT:
+      return 32;
+    case CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_WIDTH:
+      return 131072;
+    case CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_HEIGHT:
+      return 65000;
+    case CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_PITCH:
+      return 2097120;
+    case CU_DEVICE_ATTRIBUTE_COMPUTE_CAPABILITY_MAJOR:
+      return device.major;
+    case CU_DEVICE_ATTRIBUTE_COMPUTE_CAPABILITY_MINOR:
+      return device.minor;
+    default:
+      return 0;
+  }
+}
+
+// A module made from the declarations of PTX text: its kernels with their parameter layouts, its textures.
+std::unique_ptr<Module> ModuleOf(const PtxModule& ptx, CUdevice device) {
+  auto module = std::make_unique<Module>();
+  for (const auto& [name, declared] : ptx.entries) {
+    auto function = std::make_unique<Function>();
+    function->name = name;
+    unsigned end = 0;
+    for (const PtxParameter& parameter : declared) {
+      const unsigned alignment = static_cast<unsigned>(std::max(parameter.alignment, 1));
+      const unsigned offset = (end + alignment - 1) / alignment * alignment;
+      function->parameters.push_back({offset, static_cast<unsigned>(parameter.bytes), alignment});
+      end = offset + static_cast<unsigned>(parameter.bytes);
+    }
+    function->parameterBytes = end;
+    module->functions[name] = std::move(function);
+  }
+  for (const std::string& name : ptx.textures) module->textures[name] = std::make_unique<Texture>(Texture{device});
+  return module;
 }
 
 CUresult NewContext(CUcontext* context, CUdevice device) {
@@ -189,6 +277,7 @@ CUresult NewContext(CUcontext* context, CUdevice device) {
   if (context == nullptr) return CUDA_ERROR_INVALID_VALUE;
   if (FindDevice(state, device) == nullptr) return CUDA_ERROR_INVALID_DEVICE;
   *context = state.NewHandle<CUcontext>();
+  state.contextDevices[*context] = device;
   currentContexts.push_back(*context);
   return CUDA_SUCCESS;
 }
@@ -201,18 +290,6 @@ CUresult Copy(void* destination, const void* source, std::size_t bytes) {
 }
 
 void* Address(CUdeviceptr pointer) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(pointer)); }
-
-template <class Object>
-CUresult LookUp(std::map<std::string, std::unique_ptr<Object>>& objects, const char* name, Object** out) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  if (out == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  if (state.missingSymbols.count(name) != 0) return CUDA_ERROR_NOT_FOUND;
-  std::unique_ptr<Object>& object = objects[name];
-  if (!object) object.reset(new Object());
-  *out = object.get();
-  return CUDA_SUCCESS;
-}
 
 }  // namespace
 
@@ -299,18 +376,7 @@ CUresult Impl_cuDeviceGetAttribute(int* value, CUdevice_attribute attribute, CUd
   const Device* found = FindDevice(state, device);
   if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
   if (value == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  auto set = found->attributes.find(attribute);
-  if (set != found->attributes.end()) {
-    *value = set->second;
-  } else if (attribute == CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT) {
-    *value = 512;
-  } else if (attribute == CU_DEVICE_ATTRIBUTE_COMPUTE_CAPABILITY_MAJOR) {
-    *value = found->major;
-  } else if (attribute == CU_DEVICE_ATTRIBUTE_COMPUTE_CAPABILITY_MINOR) {
-    *value = found->minor;
-  } else {
-    *value = 0;
-  }
+  *value = Attribute(*found, attribute);
   return CUDA_SUCCESS;
 }
 
@@ -374,6 +440,24 @@ CUresult Impl_cuMemcpyHtoDAsync(CUdeviceptr destination, const void* source, std
 CUresult Impl_cuMemcpyDtoHAsync(void* destination, CUdeviceptr source, std::size_t bytes, CUstream) {
   return Copy(destination, Address(source), bytes);
 }
+// Rows of WidthInBytes from one pitched region to another; host and device memory are both host memory here.
+CUresult Impl_cuMemcpy2D(const CUDA_MEMCPY2D* copy) {
+  if (copy == nullptr || copy->srcPitch < copy->WidthInBytes || copy->dstPitch < copy->WidthInBytes) {
+    return CUDA_ERROR_INVALID_VALUE;
+  }
+  const char* source = copy->srcMemoryType == CU_MEMORYTYPE_HOST ? static_cast<const char*>(copy->srcHost)
+                                                                 : static_cast<const char*>(Address(copy->srcDevice));
+  char* destination = copy->dstMemoryType == CU_MEMORYTYPE_HOST ? static_cast<char*>(copy->dstHost)
+                                                                 : static_cast<char*>(Address(copy->dstDevice));
+  for (std::size_t row = 0; row < copy->Height; ++row) {
+    const CUresult result = Copy(destination + (copy->dstY + row) * copy->dstPitch + copy->dstXInBytes,
+                                 source + (copy->srcY + row) * copy->srcPitch + copy->srcXInBytes, copy->WidthInBytes);
+    if (result != CUDA_SUCCESS) return result;
+  }
+  return CUDA_SUCCESS;
+}
+CUresult Impl_cuMemcpy2DAsync(const CUDA_MEMCPY2D* copy, CUstream) { return Impl_cuMemcpy2D(copy); }
+
 CUresult Impl_cuStreamCreate(CUstream* stream, unsigned int) {
   if (stream == nullptr) return CUDA_ERROR_INVALID_VALUE;
   State& state = TheState();
@@ -430,11 +514,15 @@ CUresult Impl_cuEventElapsedTime(float* milliseconds, CUevent, CUevent) {
   return CUDA_SUCCESS;
 }
 
+// The image is PTX text: what it declares is all the module has.
 CUresult Impl_cuModuleLoadData(CUmodule* module, const void* image) {
   if (module == nullptr || image == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  const PtxModule ptx = ParsePtx(static_cast<const char*>(image));
   State& state = TheState();
   Lock lock(state.mutex);
-  state.modules.emplace_back(new Module);
+  if (ptx.version == 0) return CUDA_ERROR_INVALID_PTX;
+  if (ptx.version > MaximumPtxVersion(state.driverVersion)) return CUDA_ERROR_UNSUPPORTED_PTX_VERSION;
+  state.modules.push_back(ModuleOf(ptx, CurrentDevice(state)));
   *module = reinterpret_cast<CUmodule>(state.modules.back().get());
   return CUDA_SUCCESS;
 }
@@ -443,24 +531,34 @@ CUresult Impl_cuModuleLoadDataEx(CUmodule* module, const void* image, unsigned i
   return Impl_cuModuleLoadData(module, image);
 }
 
-CUresult Impl_cuModuleLoad(CUmodule* module, const char* path) { return Impl_cuModuleLoadData(module, path); }
+CUresult Impl_cuModuleLoad(CUmodule* module, const char* path) {
+  if (path == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return CUDA_ERROR_FILE_NOT_FOUND;
+  const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  return Impl_cuModuleLoadData(module, text.c_str());
+}
 
 CUresult Impl_cuModuleGetFunction(CUfunction* function, CUmodule module, const char* name) {
   if (module == nullptr) return CUDA_ERROR_INVALID_HANDLE;
-  Function* found = nullptr;
-  const CUresult result = LookUp(reinterpret_cast<Module*>(module)->functions, name, &found);
-  if (result != CUDA_SUCCESS) return result;
-  found->name = name;
-  *function = reinterpret_cast<CUfunction>(found);
+  if (function == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  Lock lock(TheState().mutex);
+  auto& functions = reinterpret_cast<Module*>(module)->functions;
+  const auto found = functions.find(name);
+  if (found == functions.end()) return CUDA_ERROR_NOT_FOUND;
+  *function = reinterpret_cast<CUfunction>(found->second.get());
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuModuleGetTexRef(CUtexref* texture, CUmodule module, const char* name) {
   if (module == nullptr) return CUDA_ERROR_INVALID_HANDLE;
-  int* found = nullptr;
-  const CUresult result = LookUp(reinterpret_cast<Module*>(module)->textures, name, &found);
-  if (result == CUDA_SUCCESS) *texture = reinterpret_cast<CUtexref>(found);
-  return result;
+  if (texture == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  Lock lock(TheState().mutex);
+  auto& textures = reinterpret_cast<Module*>(module)->textures;
+  const auto found = textures.find(name);
+  if (found == textures.end()) return CUDA_ERROR_NOT_FOUND;
+  *texture = reinterpret_cast<CUtexref>(found->second.get());
+  return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuFuncSetBlockShape(CUfunction handle, int x, int y, int z) {
@@ -473,26 +571,54 @@ CUresult Impl_cuFuncSetBlockShape(CUfunction handle, int x, int y, int z) {
   return CUDA_SUCCESS;
 }
 
+// The size must be the kernel's parameter bytes, exactly.
 CUresult Impl_cuParamSetSize(CUfunction handle, unsigned int bytes) {
   if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
-  if (bytes > sizeof(FakeCUDALaunch::params)) return CUDA_ERROR_INVALID_VALUE;
-  reinterpret_cast<Function*>(handle)->paramSize = bytes;
+  Function& function = *reinterpret_cast<Function*>(handle);
+  if (bytes != function.parameterBytes) return CUDA_ERROR_INVALID_VALUE;
+  function.paramSize = bytes;
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuParamSetv(CUfunction handle, int offset, void* bytes, unsigned int size) {
   return SetParameter(handle, offset, bytes, size);
 }
+CUresult Impl_cuParamSeti(CUfunction handle, int offset, unsigned int value) {
+  return SetParameter(handle, offset, &value, sizeof value);
+}
+CUresult Impl_cuParamSetf(CUfunction handle, int offset, float value) {
+  return SetParameter(handle, offset, &value, sizeof value);
+}
 
+CUresult Impl_cuLaunch(CUfunction function) { return RecordLaunch(function, 1, 1, nullptr); }
+CUresult Impl_cuLaunchGrid(CUfunction function, int width, int height) {
+  if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
+  return RecordLaunch(function, width, height, nullptr);
+}
 CUresult Impl_cuLaunchGridAsync(CUfunction function, int width, int height, CUstream stream) {
   if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
   return RecordLaunch(function, width, height, stream);
 }
+
+// The address must be a multiple of the device's texture alignment, the pitch of its texture pitch
+// alignment, and the extent within its limits for linear memory.
 CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR* descriptor, CUdeviceptr address,
                                    std::size_t pitch) {
   if (texture == nullptr || descriptor == nullptr) return CUDA_ERROR_INVALID_VALUE;
   State& state = TheState();
   Lock lock(state.mutex);
+  const Device* device = FindDevice(state, reinterpret_cast<Texture*>(texture)->device);
+  if (device == nullptr) return CUDA_ERROR_INVALID_CONTEXT;
+  const auto limit = [&](CUdevice_attribute attribute) {
+    return static_cast<std::size_t>(std::max(Attribute(*device, attribute), 1));
+  };
+  if (address % limit(CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT) != 0 ||
+      pitch % limit(CU_DEVICE_ATTRIBUTE_TEXTURE_PITCH_ALIGNMENT) != 0 || descriptor->Width == 0 ||
+      descriptor->Height == 0 || descriptor->Width > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_WIDTH) ||
+      descriptor->Height > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_HEIGHT) ||
+      pitch > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_PITCH)) {
+    return CUDA_ERROR_INVALID_VALUE;
+  }
   state.textureBound = true;
   state.textureDescriptor = *descriptor;
   state.textureAddress = address;
@@ -606,11 +732,6 @@ FAKECUDA_API unsigned long long fakecuda_LiveHostAllocations(void) {
 FAKECUDA_API unsigned long long fakecuda_LiveEvents(void) {
   Lock lock(TheState().mutex);
   return TheState().events.size();
-}
-
-FAKECUDA_API void fakecuda_SetMissingSymbol(const char* name) {
-  Lock lock(TheState().mutex);
-  TheState().missingSymbols.insert(name);
 }
 
 FAKECUDA_API unsigned long long fakecuda_LaunchCount(void) {

@@ -1,0 +1,54 @@
+// The fixture of the pixel tests: each test runs once on every qualified device that this process can start
+// (PoCL's CPU device on our machines; the CUDA device, and NVIDIA's OpenCL device where its runtime is
+// installed, on a machine with an NVIDIA GPU), named after the device: Suite.Test/OpenCL_0, .../CUDA_0.
+// The library is started once per process, as a host would start it, with OpenCL and CPU OpenCL devices
+// enabled. Buffers come from the device's "device" pool and bytes move through its command queue, so the
+// tests make no framework call of their own and run unchanged on either framework.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Lumora/Device.h"
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct DeviceUnderTest {
+  unsigned int registryIndex;
+  std::string name;  // the framework and the device's index in it: "OpenCL_0", "CUDA_0"
+};
+
+// The qualified devices whose context started. The first call starts the library; main stops it.
+const std::vector<DeviceUnderTest>& DevicesUnderTest();
+
+class EveryDevice : public testing::TestWithParam<DeviceUnderTest> {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // A block of the device pool (a CUDA device address or an OpenCL buffer), handed back after the test.
+  void* Allocate(std::size_t bytes);
+  // A block holding `bytes`; waits for the upload, so the caller's bytes may go when it returns.
+  void* Upload(const Bytes& bytes);
+  // The block's first `size` bytes once the work queued before has finished.
+  Bytes Download(const void* block, std::size_t size);
+  // Where `bytes` into a block lies, as operations take it: an address on CUDA; on OpenCL only the
+  // difference from the block means anything (BindTexture's data − base).
+  static const void* At(const void* block, std::size_t bytes) { return static_cast<const char*>(block) + bytes; }
+
+  boost::shared_ptr<LM::Device> device_;
+
+ private:
+  bool held_ = false;
+  std::vector<void*> blocks_;
+};
+
+// Runs every TEST_P of `Suite` (an EveryDevice) on every device under test.
+#define LM_ON_EVERY_DEVICE(Suite)                                                                   \
+  INSTANTIATE_TEST_SUITE_P(Device, Suite, testing::ValuesIn(DevicesUnderTest()),                    \
+                           [](const testing::TestParamInfo<DeviceUnderTest>& info) { return info.param.name; }); \
+  GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Suite)

@@ -1,0 +1,125 @@
+// The kernel dialect on every device, through the test-only modules and the library's own operation frame:
+// texture sampling with its offset and pitch rules, and the pixel loads, float4 arithmetic and stores.
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+#include "EveryDevice.h"
+#include "Half.h"
+#include "ImageProcessing/OperationFrame.h"
+#include "Lumora/Results.h"
+#include "Lumora/Textures.h"
+
+namespace {
+
+struct SampleTextureKernel
+    : LM::Kernel<SampleTextureKernel, LM::DevicePointer, int, int, int, int, int, LM::ImageObject> {
+  static constexpr const char* kModuleKey = "TextureProbe";
+  static constexpr const char* kName = "SampleTextureKernel";
+};
+
+struct PixelArithmeticKernel : LM::Kernel<PixelArithmeticKernel, LM::DevicePointer, LM::DevicePointer, int, int,
+                                          int, int, float, LM::float4, LM::float4> {
+  static constexpr const char* kModuleKey = "DialectProbe";
+  static constexpr const char* kName = "PixelArithmeticKernel";
+};
+
+class KernelDialect : public EveryDevice {};
+
+// The data starts inside its block, so on CUDA the texture is bound at an aligned address below it and the
+// kernel adds the offset, in texels. Pitches that are not a multiple of the texture pitch alignment go
+// through AlignPlaneForTexture's copy on CUDA; OpenCL images take any pitch.
+TEST_P(KernelDialect, ABoundTextureSamplesExactlyTheDataItWasBoundTo) {
+  const struct {
+    LM::PixelFormat format;
+    int pitchPixels, offsetRows, offsetPixels;
+  } cases[] = {{LM::kPixelFormat_GPU_BGRA_4444_16f, 32, 2, 5},  // 256-byte rows, data 40 bytes into a row
+               {LM::kPixelFormat_GPU_BGRA_4444_32f, 32, 1, 3},
+               {LM::kPixelFormat_GPU_BGRA_4444_16f, 23, 2, 3},  // 184-byte rows: copied on CUDA
+               {LM::kPixelFormat_GPU_BGRA_4444_32f, 27, 0, 1}};
+  const int width = 21, height = 9;
+  for (const auto& c : cases) {
+    const int is32f = c.format == LM::kPixelFormat_GPU_BGRA_4444_32f ? 1 : 0;
+    const int size = is32f ? 16 : 8, rowBytes = c.pitchPixels * size;
+    SCOPED_TRACE(std::to_string(rowBytes) + "-byte rows, " + (is32f ? "32f" : "16f"));
+    Bytes source(static_cast<std::size_t>(rowBytes) * (height + c.offsetRows + 1));
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> values(-4.0f, 4.0f);  // finite: textures return NaNs canonically
+    for (std::size_t i = 0; i < source.size(); i += is32f ? 4 : 2) {
+      if (is32f) {
+        const float value = values(random);
+        std::memcpy(&source[i], &value, 4);
+      } else {
+        const std::uint16_t half = ToHalf(values(random));
+        std::memcpy(&source[i], &half, 2);
+      }
+    }
+    void* base = Upload(source);
+    const std::size_t start = static_cast<std::size_t>(c.offsetRows) * rowBytes + c.offsetPixels * size;
+
+    LM::TexturePlane plane;
+    ASSERT_EQ(LM::AlignPlaneForTexture(device_, base, At(base, start), rowBytes, width, height, c.format, &plane),
+              LM::kResultSuccess);
+    LM::Texture texture = LM::LoadTexture(device_, "TextureProbe", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
+                                          CU_TR_FILTER_MODE_POINT, c.format);
+    ASSERT_EQ(LM::BindTexture(device_, texture, plane.base, plane.data, plane.rowBytes, width, height, c.format),
+              LM::kResultSuccess);
+    void* sampled = Allocate(static_cast<std::size_t>(width) * height * size);
+    ASSERT_EQ(SampleTextureKernel::Run(device_, width, height, LM::DevicePointer{sampled}, width, is32f, width,
+                                       height, static_cast<int>(texture.offset), LM::ImageObject{texture.image}),
+              LM::kResultSuccess);
+    LM::ReleaseTexturePlane(device_, &plane, device_->GetCommandQueue()->RecordEvent());
+    const Bytes result = Download(sampled, static_cast<std::size_t>(width) * height * size);
+    for (int y = 0; y < height; ++y) {
+      ASSERT_EQ(std::memcmp(&result[static_cast<std::size_t>(y) * width * size],
+                            &source[start + static_cast<std::size_t>(y) * rowBytes], static_cast<std::size_t>(width) * size),
+                0)
+          << "row " << y << ", texture offset " << texture.offset;
+    }
+  }
+}
+
+// dst = clamp((src - offset) * gain + src * scale, -1, 2) per channel, for both precisions. The values are
+// multiples of 1/8 within the clamp range, so every step is exact; the pixels past the width stay zero.
+TEST_P(KernelDialect, PixelLoadsArithmeticAndStoresAreExactInBothPrecisions) {
+  const int pitch = 3, width = 2, height = 2, values = 4 * pitch * height;
+  const float scale = 0.5f, offset[4] = {0.25f, -0.5f, 0.0f, 1.0f}, gain[4] = {2.0f, 0.5f, -1.0f, 4.0f};
+  for (const int is32f : {0, 1}) {
+    const std::size_t channelBytes = is32f ? 4 : 2;
+    Bytes source(channelBytes * values);
+    for (int i = 0; i < values; ++i) {
+      const float v = ((i * 5) % 33 - 16) / 8.0f;
+      if (is32f) {
+        std::memcpy(&source[4 * i], &v, 4);
+      } else {
+        const std::uint16_t half = ToHalf(v);
+        std::memcpy(&source[2 * i], &half, 2);
+      }
+    }
+    void* src = Upload(source);
+    void* dst = Upload(Bytes(source.size(), 0));
+    ASSERT_EQ(PixelArithmeticKernel::Run(device_, width, height, LM::DevicePointer{src}, LM::DevicePointer{dst},
+                                         pitch, is32f, width, height, scale,
+                                         LM::float4{offset[0], offset[1], offset[2], offset[3]},
+                                         LM::float4{gain[0], gain[1], gain[2], gain[3]}),
+              LM::kResultSuccess);
+    const Bytes result = Download(dst, source.size());
+    for (int i = 0; i < values; ++i) {
+      const float v = ((i * 5) % 33 - 16) / 8.0f;
+      const float expected = std::min(2.0f, std::max(-1.0f, (v - offset[i % 4]) * gain[i % 4] + v * scale));
+      float value;
+      if (is32f) {
+        std::memcpy(&value, &result[4 * i], 4);
+      } else {
+        std::uint16_t half;
+        std::memcpy(&half, &result[2 * i], 2);
+        value = FromHalf(half);
+      }
+      ASSERT_EQ(value, i / 4 % pitch < width ? expected : 0.0f) << "is32f " << is32f << ", value " << i;
+    }
+  }
+}
+
+LM_ON_EVERY_DEVICE(KernelDialect);
+
+}  // namespace
