@@ -38,9 +38,12 @@ test-sanitize: deps
 	@TSAN_OPTIONS="suppressions=$(CURDIR)/tests/support/tsan.supp halt_on_error=1" \
 	  ctest --test-dir $(BUILD)-tsan --output-on-failure -j $(JOBS)
 
+# Bandwidth on every qualified device against the memcpy references, then the host-side costs on the fake
+# CUDA driver.
 bench: configure
-	@cmake --build $(BUILD) -j $(JOBS) --target lumora_bench
+	@cmake --build $(BUILD) -j $(JOBS) --target lumora_bench lumora_host_bench
 	@$(BUILD)/bin/lumora_bench --benchmark_out=$(BUILD)/bench-results.json --benchmark_out_format=json
+	@$(BUILD)/bin/lumora_host_bench --benchmark_out=$(BUILD)/bench-host-results.json --benchmark_out_format=json
 
 clean:
 	@rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan

@@ -1,0 +1,194 @@
+// The operations on every qualified device that the process can start, named by framework
+// (BM_FillWithColor/OpenCL_0, BM_FastDeviceMemcpy2D/CUDA_0), each on one 3840 x 2160 32f frame, and each
+// device's bandwidth reference: on a CUDA device cuMemcpyDtoD of the same bytes (BM_MemcpyDtoD/CUDA_0); on
+// an OpenCL device on the CPU the machine's memcpy (MemcpyBench.cpp). The program starts the library as a
+// host would and links no fake driver, so the GPU bundle runs it as it is. After the runs it prints one
+// SUMMARY line per operation: its bytes per second and its ratio to its device's reference.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+#include <zelcore/Debug.h>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "DeviceBench.h"
+#include "Lumora/Device.h"
+#include "Lumora/ImageOperations.h"
+#include "Lumora/Lifecycle.h"
+#include "Lumora/Results.h"
+#include "Runtime/CUDADriverTable.h"
+
+namespace {
+
+using Work = std::function<int(const boost::shared_ptr<LM::Device>&, void* source, void* destination)>;
+
+struct Operation {
+  const char* name;
+  int framesMoved;  // frames of bytes read plus written per call
+  Work work;
+  bool cudaOnly;
+};
+
+const Operation kOperations[] = {
+    {"FillWithColor", 1,
+     [](const boost::shared_ptr<LM::Device>& device, void*, void* destination) {
+       return LM::FillWithColor(device, destination, kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0,
+                                kFrameWidth, kFrameHeight, LM::float4{0.25f, 0.5f, 0.75f, 1.0f});
+     },
+     false},
+    {"FastDeviceMemcpy2D", 2,
+     [](const boost::shared_ptr<LM::Device>& device, void* source, void* destination) {
+       return LM::FastDeviceMemcpy2D(device, source, kFrameRowBytes, destination, kFrameRowBytes,
+                                     LM::kPixelFormat_GPU_BGRA_4444_32f, kFrameWidth, kFrameHeight);
+     },
+     false},
+    // The CUDA reference: the driver's own copy, on the legacy stream, which orders itself with the device's
+    // queue, so the queue's events time it.
+    {"MemcpyDtoD", 2,
+     [](const boost::shared_ptr<LM::Device>&, void* source, void* destination) {
+       const CUresult result = LM::CUDA.cuMemcpyDtoD(reinterpret_cast<std::uintptr_t>(destination),
+                                                      reinterpret_cast<std::uintptr_t>(source), kFrameBytes);
+       return result == CUDA_SUCCESS ? LM::kResultSuccess : LM::kResultFailed;
+     },
+     true},
+};
+
+// Each iteration's time is the device's: between two events of its queue on CUDA; on OpenCL, whose events
+// time nothing unless the queue profiles, the wall time until the work has finished.
+void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& device, const Operation& operation) {
+  device->AcquireExclusiveAccess();
+  const boost::shared_ptr<LM::MemoryManager> pool = device->GetDeviceMemory();
+  const boost::shared_ptr<LM::CommandQueue> queue = device->GetCommandQueue();
+  void* source = pool->Allocate(kFrameBytes, nullptr);
+  void* destination = pool->Allocate(kFrameBytes, nullptr);
+  int result = source != nullptr && destination != nullptr ? LM::kResultSuccess : LM::kResultOutOfMemory;
+  if (result == LM::kResultSuccess) {
+    result = LM::FillWithOpaqueWhite(device, source, kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0,
+                                     kFrameWidth, kFrameHeight);
+  }
+  if (result == LM::kResultSuccess) result = operation.work(device, source, destination);  // warms the caches
+  queue->RecordEvent()->Wait();
+  const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
+  for (auto _ : state) {
+    if (result != LM::kResultSuccess) break;
+    const auto wallStart = std::chrono::steady_clock::now();
+    const boost::shared_ptr<LM::Event> start = cuda ? queue->RecordEvent() : boost::shared_ptr<LM::Event>();
+    result = operation.work(device, source, destination);
+    const boost::shared_ptr<LM::Event> end = queue->RecordEvent();
+    if (cuda) {
+      state.SetIterationTime(start->ElapsedTime(end) / 1000.0);
+    } else {
+      end->Wait();
+      state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count());
+    }
+  }
+  if (result != LM::kResultSuccess) state.SkipWithError(("result " + std::to_string(result)).c_str());
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * operation.framesMoved *
+                          static_cast<int64_t>(kFrameBytes));
+  const boost::shared_ptr<LM::Event> done = queue->RecordEvent();
+  if (source != nullptr) pool->Release(source, done);
+  if (destination != nullptr) pool->Release(destination, done);
+  device->ReleaseExclusiveAccess();
+}
+
+// Sets a switch of the debug database to 1 unless LUMORA_DEBUG set it.
+void DefaultSwitchOn(const char* key) {
+  std::string value;
+  if (!zelcore::debug::DebugDatabase::Instance().Lookup(key, value)) {
+    zelcore::debug::DebugDatabase::Instance().Set(key, "1");
+  }
+}
+
+// The console output (coloured on a terminal), plus every run's bytes per second by benchmark name (without
+// the /manual_time or /real_time of its timing).
+class SummaryReporter : public benchmark::ConsoleReporter {
+ public:
+  SummaryReporter() : ConsoleReporter(isatty(fileno(stdout)) ? OO_ColorTabular : OO_Tabular) {}
+
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs) {
+      std::string name = run.benchmark_name();
+      for (const char* timing : {"/manual_time", "/real_time"}) {
+        const std::size_t at = name.find(timing);
+        if (at != std::string::npos) name.erase(at);
+      }
+      const auto rate = run.counters.find("bytes_per_second");
+      if (!run.error_occurred && rate != run.counters.end()) rates_[name] = rate->second.value;
+    }
+  }
+
+  // One line per operation and device: bytes per second and the ratio to the device's reference(s).
+  void PrintSummary(const std::vector<boost::shared_ptr<LM::Device>>& devices) const {
+    for (const boost::shared_ptr<LM::Device>& device : devices) {
+      const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
+      const std::string tag = std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
+      const std::vector<std::string> references =
+          cuda ? std::vector<std::string>{"BM_MemcpyDtoD/" + tag} : std::vector<std::string>{"BM_MemcpyAllCores", "BM_Memcpy"};
+      for (const Operation& operation : kOperations) {
+        if (operation.cudaOnly) continue;
+        const auto rate = rates_.find(std::string("BM_") + operation.name + "/" + tag);
+        if (rate == rates_.end()) {
+          std::printf("SUMMARY bandwidth %-9s %-20s not measured\n", tag.c_str(), operation.name);
+          continue;
+        }
+        std::string ratios;
+        for (const std::string& reference : references) {
+          const auto found = rates_.find(reference);
+          char text[96];
+          if (found == rates_.end() || found->second <= 0) {
+            std::snprintf(text, sizeof text, "  %s not measured", reference.c_str());
+          } else {
+            std::snprintf(text, sizeof text, "  %5.0f%% of %s (%.1f GB/s)", 100.0 * rate->second / found->second,
+                          reference.c_str(), found->second / 1e9);
+          }
+          ratios += text;
+        }
+        std::printf("SUMMARY bandwidth %-9s %-20s %8.1f GB/s%s\n", tag.c_str(), operation.name, rate->second / 1e9,
+                    ratios.c_str());
+      }
+    }
+    std::fflush(stdout);
+  }
+
+ private:
+  std::map<std::string, double> rates_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  DefaultSwitchOn("LM.EnableOpenCL");
+  DefaultSwitchOn("LM.OpenCLIncludeCPUDevices");
+  LM::Initialize(true);
+  std::vector<boost::shared_ptr<LM::Device>> devices;
+  for (unsigned int index = 0; index < LM::GetDeviceCount(); ++index) {
+    const boost::shared_ptr<LM::Device> device = LM::GetDevice(index);
+    if (!device || !device->IsQualified() || !device->WaitForContext()) continue;
+    devices.push_back(device);
+    const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
+    const std::string tag = std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
+    for (const Operation& operation : kOperations) {
+      if (operation.cudaOnly && !cuda) continue;
+      benchmark::RegisterBenchmark((std::string("BM_") + operation.name + "/" + tag).c_str(),
+                                   [device, &operation](benchmark::State& state) {
+                                     RunOnDevice(state, device, operation);
+                                   })
+          ->Unit(benchmark::kMillisecond)
+          ->UseManualTime();
+    }
+  }
+  SummaryReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  reporter.PrintSummary(devices);
+  benchmark::Shutdown();
+  devices.clear();
+  LM::Terminate();
+  return 0;
+}
