@@ -4,7 +4,7 @@ BUILD      ?= build
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure build demo test test-sanitize bench clean
+.PHONY: all deps configure build demo test test-sanitize bench gpu-bundle gpu-bundle-check clean
 
 all: build
 
@@ -46,4 +46,13 @@ bench: configure
 	@$(BUILD)/bin/lumora_host_bench --benchmark_out=$(BUILD)/bench-host-results.json --benchmark_out_format=json
 
 clean:
-	@rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan
+	@rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan build-release
+
+# The GPU check (docs/gpu-check.md): a Release build gathered with every library it needs into
+# build/gpu-bundle/, for a machine with an NVIDIA driver and nothing else of ours; and that bundle run here,
+# in an environment stripped of everything but PATH, so that a library it lacks cannot hide.
+gpu-bundle: deps
+	@bash scripts/make-gpu-bundle.sh
+
+gpu-bundle-check: gpu-bundle
+	@env -i PATH=/usr/bin:/bin build/gpu-bundle/run.sh $(BUILD)/gpu-check
