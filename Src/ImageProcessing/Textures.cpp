@@ -118,7 +118,8 @@ int BindTexture(const boost::shared_ptr<Device>& device, Texture& texture, const
   texture.offset = static_cast<std::int64_t>(address - aligned);
   const TextureFormat bound = TextureFormatOf(format);
   CUDA_ARRAY_DESCRIPTOR descriptor = {};
-  // The byte offset is added to the width in pixels as it stands: kernels sample at x + offset.
+  // The byte offset is added to the width in texels as it stands, which covers the data whatever the texel
+  // size; kernels sample at x + offset / texel bytes.
   descriptor.Width = static_cast<std::size_t>(texture.offset) + static_cast<std::size_t>(width);
   descriptor.Height = static_cast<std::size_t>(height);
   descriptor.Format = bound.format;
