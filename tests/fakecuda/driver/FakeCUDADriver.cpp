@@ -42,14 +42,12 @@ struct Call {
   std::vector<std::uint64_t> args;
 };
 
-struct Parameter {
-  unsigned offset, bytes, alignment;
-};
-
 struct Function {
   std::string name;
-  std::vector<Parameter> parameters;  // at their offsets, each aligned to its own alignment
-  unsigned parameterBytes = 0;        // what cuParamSetSize must be given
+  unsigned parameterBytes = 0;  // what cuParamSetSize must be given
+  // For each byte of the parameters, whether a value may start there: inside a parameter, at a multiple of
+  // its alignment (parameters sit at multiples of their own alignment).
+  std::vector<bool> settableAt;
   unsigned blockX = 0, blockY = 0, blockZ = 0;  // 0 until cuFuncSetBlockShape
   unsigned paramSize = 0;
   unsigned char params[sizeof(FakeCUDALaunch::params)] = {};
@@ -200,11 +198,9 @@ CUresult SetParameter(CUfunction handle, int offset, const void* bytes, unsigned
   if (offset < 0 || bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
   Function& function = *reinterpret_cast<Function*>(handle);
   const unsigned start = static_cast<unsigned>(offset);
-  if (static_cast<std::size_t>(start) + size > function.parameterBytes) return CUDA_ERROR_INVALID_VALUE;
-  const auto within = std::find_if(function.parameters.begin(), function.parameters.end(), [&](const Parameter& p) {
-    return start >= p.offset && start < p.offset + p.bytes;
-  });
-  if (within == function.parameters.end() || start % within->alignment != 0) return CUDA_ERROR_INVALID_VALUE;
+  if (static_cast<std::size_t>(start) + size > function.parameterBytes || !function.settableAt[start]) {
+    return CUDA_ERROR_INVALID_VALUE;
+  }
   std::memcpy(function.params + start, bytes, size);
   return CUDA_SUCCESS;
 }
@@ -261,8 +257,9 @@ std::unique_ptr<Module> ModuleOf(const PtxModule& ptx, CUdevice device) {
     for (const PtxParameter& parameter : declared) {
       const unsigned alignment = static_cast<unsigned>(std::max(parameter.alignment, 1));
       const unsigned offset = (end + alignment - 1) / alignment * alignment;
-      function->parameters.push_back({offset, static_cast<unsigned>(parameter.bytes), alignment});
       end = offset + static_cast<unsigned>(parameter.bytes);
+      function->settableAt.resize(end, false);
+      for (unsigned at = offset; at < end; at += alignment) function->settableAt[at] = true;
     }
     function->parameterBytes = end;
     module->functions[name] = std::move(function);
