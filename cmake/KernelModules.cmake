@@ -4,8 +4,10 @@
 #                         DIALECT <KernelDialect.h> SOURCES <Family.cl>...)
 #
 # Each source is a module named after its file title; its first line must be the marker "// module: <title>".
-#   - OpenCL: the source, with its include of the dialect replaced by the dialect's text, is embedded in a
-#     generated .cpp whose static LM::OpenCLModuleLoader registers it. The .cpp files form the OBJECT
+# A source includes the dialect and the parameter lists it needs (KernelLists.h), beside it or beside the
+# dialect.
+#   - OpenCL: the source, with every header it includes inlined, is embedded in a generated .cpp whose
+#     static LM::OpenCLModuleLoader registers it; a change to any of those headers embeds it again. The .cpp files form the OBJECT
 #     library <TARGET>, so each program that links it registers the texts with the Lumora that program
 #     links (lumora_static or liblumora.so); a shared library of its own would register them with one copy
 #     only. The .cpp is rewritten only when its text changes, so an unchanged kernel recompiles nothing.
@@ -13,7 +15,8 @@
 #     it to PTX for compute_75, the oldest architecture the toolkit supports, with warnings as errors; the
 #     texture references that its tex instructions name are declared in the PTX, which declares the lowest
 #     PTX ISA version that ptxas accepts it at (FinishPtxModule.cmake), and is written as
-#     <bin>/PTX/<Module>_NVIDIA.ptx beside the programs. <PTX_TARGET> builds these files and <TARGET>
+#     <bin>/PTX/<Module>_NVIDIA.ptx beside the programs. It is compiled again whenever the embedded text
+#     changes, which covers every header the source includes. <PTX_TARGET> builds these files and <TARGET>
 #     depends on it, so a program that links <TARGET> has the PTX folder too. The files are listed in the
 #     global property LUMORA_PTX_MODULES for the kernel checks.
 set(LUMORA_KERNEL_SCRIPTS ${CMAKE_CURRENT_LIST_DIR})
@@ -41,9 +44,11 @@ function(lumora_kernel_modules)
 
     add_custom_command(
       OUTPUT ${work}/${module}.cpp
-      COMMAND ${CMAKE_COMMAND} -DSOURCE=${source} -DDIALECT=${dialect} -DMODULE=${module}
-              -DOUTPUT=${work}/${module}.cpp -P ${LUMORA_KERNEL_SCRIPTS}/EmbedOpenCLModule.cmake
-      DEPENDS ${source} ${dialect} ${LUMORA_KERNEL_SCRIPTS}/EmbedOpenCLModule.cmake
+      COMMAND ${CMAKE_COMMAND} -DSOURCE=${source} -DMODULE=${module} -DINCLUDE_DIRS=${dialectDir}
+              -DOUTPUT=${work}/${module}.cpp -DDEPFILE=${work}/${module}.cpp.d
+              -P ${LUMORA_KERNEL_SCRIPTS}/EmbedOpenCLModule.cmake
+      DEPENDS ${source} ${LUMORA_KERNEL_SCRIPTS}/EmbedOpenCLModule.cmake
+      DEPFILE ${work}/${module}.cpp.d
       COMMENT "Embedding the OpenCL text of module ${module}"
       VERBATIM)
     list(APPEND embedded ${work}/${module}.cpp)
@@ -61,8 +66,7 @@ function(lumora_kernel_modules)
                 -o ${work}/${module}.ptx
         COMMAND ${CMAKE_COMMAND} -DINPUT=${work}/${module}.ptx -DOUTPUT=${ptx} -DPTXAS=${LUMORA_PTXAS}
                 -P ${LUMORA_KERNEL_SCRIPTS}/FinishPtxModule.cmake
-        DEPENDS ${work}/${module}.cu ${source} ${dialect}
-                ${LUMORA_KERNEL_SCRIPTS}/FinishPtxModule.cmake
+        DEPENDS ${work}/${module}.cu ${work}/${module}.cpp ${LUMORA_KERNEL_SCRIPTS}/FinishPtxModule.cmake
         COMMENT "Compiling CUDA module ${module} to PTX"
         VERBATIM)
       list(APPEND ptxFiles ${ptx})

@@ -1,4 +1,4 @@
-// The framework and lock state of a Device.
+// The lock, module and framework state of a Device.
 #pragma once
 
 #include <boost/thread/condition_variable.hpp>
@@ -6,18 +6,20 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 #include <zelcore/Threads.h>
 
+#include "Devices/DeviceBackend.h"
 #include "Modules/ModuleRegistry.h"
 #include "Platform/OffscreenGLContext.h"
-#include "Runtime/CUDADriverAPI.h"
-#include "Runtime/OpenCLEntryPoints.h"
 
 namespace LM {
 
 struct DeviceImpl {
+  explicit DeviceImpl(std::unique_ptr<DeviceBackend> framework) : backend(std::move(framework)) {}
+
   // Exclusive access: a recursive lock per thread, counted by hand so that a CUDA context can be pushed and
   // popped with every acquisition.
   boost::mutex accessMutex;
@@ -33,22 +35,12 @@ struct DeviceImpl {
   std::map<std::string, void*> modules;
 
   OffscreenGLContext openGL;
-
-  CUdevice cudaDevice = 0;
-  CUcontext cudaContext = nullptr;
-  // Contexts replaced by a re-initialisation: blocks handed out in them may still be in use, so they are
-  // destroyed with the device.
-  std::vector<CUcontext> retiredCUDAContexts;
-  cl_platform_id platform = nullptr;
-  cl_device_id device = nullptr;
-  cl_context openCLContext = nullptr;
+  std::unique_ptr<DeviceBackend> backend;
 
   // Start-up: whether a context start was posted and has not finished yet (guarded by accessMutex).
   bool starting = false;
   // Read by every operation to validate its cached kernel, so it is read without taking a lock.
   std::atomic<std::uint64_t> contextIdentity{0};
-
-  bool HasContext() const { return cudaContext != nullptr || openCLContext != nullptr; }
 };
 
 }  // namespace LM

@@ -6,8 +6,7 @@
 #include "Lumora/Device.h"
 #include "Lumora/Lifecycle.h"
 #include "Lumora/Qualification.h"
-#include "Runtime/CUDADriverTable.h"
-#include "Runtime/OpenCLEntryPoints.h"
+#include "Devices/DeviceBackend.h"
 
 namespace LM {
 
@@ -31,16 +30,8 @@ int32_t OnDevice(uint32_t index, Operation operation) {
 template <class Operation>
 int32_t WithAccess(uint32_t index, Operation operation) {
   return OnDevice(index, [&](Device& device) {
-    device.AcquireExclusiveAccess();
-    int32_t status = LM_SUITE_FAILED;
-    try {
-      status = operation(device);
-    } catch (...) {
-      device.ReleaseExclusiveAccess();
-      throw;
-    }
-    device.ReleaseExclusiveAccess();
-    return status;
+    const ExclusiveAccess access(device);
+    return operation(device);
   });
 }
 
@@ -161,14 +152,7 @@ const LM_DeviceSuite kSuite = {
     },
     [](uint32_t index) -> int32_t {
       return WithAccess(index, [](Device& device) {
-        if (device.GetFramework() == kDeviceFramework_OpenCL) {
-          const boost::shared_ptr<CommandQueue> queue = device.GetCommandQueue();
-          if (!queue) return LM_SUITE_FAILED;
-          return clFinish(static_cast<cl_command_queue>(queue->GetNativeQueue())) == CL_SUCCESS ? LM_SUITE_OK
-                                                                                                   : LM_SUITE_FAILED;
-        }
-        if (device.GetContextHandle() == nullptr) return LM_SUITE_FAILED;
-        return CUDA.cuCtxSynchronize() == CUDA_SUCCESS ? LM_SUITE_OK : LM_SUITE_FAILED;
+        return BackendOf(device).Finish(device.GetCommandQueue().get()) ? LM_SUITE_OK : LM_SUITE_FAILED;
       });
     },
 };

@@ -18,8 +18,7 @@ namespace LM {
 
 namespace {
 
-constexpr unsigned int kDevicesPerFramework = 4;
-constexpr unsigned int kSlots = 2 * kDevicesPerFramework;
+constexpr unsigned int kSlots = 2 * kMaximumDevicesPerFramework;
 // Passed with the poll task to the host executor: the back-off in milliseconds before a pass that found
 // events still pending runs again, so an idle wait does not spin a core.
 constexpr int kPollBackOffMilliseconds = 5;
@@ -39,8 +38,8 @@ struct Slot {
 Slot* SlotOf(const Device& device) {
   static Slot* const slots = new Slot[kSlots];  // kept for the life of the process, as the tasks are
   // Only the first four devices of a framework ever get a context, so only they have events to poll.
-  if (device.GetFrameworkIndex() >= kDevicesPerFramework) return nullptr;
-  return &slots[device.GetFramework() * kDevicesPerFramework + device.GetFrameworkIndex()];
+  if (device.GetFrameworkIndex() >= kMaximumDevicesPerFramework) return nullptr;
+  return &slots[device.GetFramework() * kMaximumDevicesPerFramework + device.GetFrameworkIndex()];
 }
 
 void ServiceSlot(Slot* slot) {

@@ -13,8 +13,9 @@
 #include "Lumora/Device.h"
 #include "Lumora/PixelFormats.h"
 #include "Lumora/Qualification.h"
+#include "Devices/CUDABackend.h"
+#include "Devices/OpenCLBackend.h"
 #include "Runtime/CUDADriverTable.h"
-#include "Runtime/OpenCLEntryPoints.h"
 
 namespace LM {
 
@@ -46,13 +47,8 @@ bool AccelerationDisabled() {
 
 // CUDA devices in driver ordinal order; an ordinal that cannot be had or made leaves no gap in the indices.
 void EnumerateCUDADevices(std::vector<boost::shared_ptr<Device>>& registry) {
-  int count = 0;
-  if (CUDA.cuDeviceGetCount(&count) != CUDA_SUCCESS || count <= 0) return;
-  registry.reserve(registry.size() + static_cast<std::size_t>(count));
   unsigned int accepted = 0;
-  for (int ordinal = 0; ordinal < count; ++ordinal) {
-    CUdevice cudaDevice = 0;
-    if (CUDA.cuDeviceGet(&cudaDevice, ordinal) != CUDA_SUCCESS) continue;
+  for (const CUdevice cudaDevice : CUDABackend::EnumerateDevices()) {
     boost::shared_ptr<Device> device =
         Device::Create(accepted, static_cast<unsigned int>(registry.size()), cudaDevice);
     if (!device) continue;
@@ -63,26 +59,13 @@ void EnumerateCUDADevices(std::vector<boost::shared_ptr<Device>>& registry) {
 
 // OpenCL devices by platform, then by device: GPUs, and with "LM.OpenCLIncludeCPUDevices" CPU devices too.
 void EnumerateOpenCLDevices(std::vector<boost::shared_ptr<Device>>& registry) {
-  cl_uint platformCount = 0;
-  if (clGetPlatformIDs(0, nullptr, &platformCount) != CL_SUCCESS || platformCount == 0) return;
-  std::vector<cl_platform_id> platforms(platformCount);
-  if (clGetPlatformIDs(platformCount, platforms.data(), nullptr) != CL_SUCCESS) return;
-  const cl_device_type types =
-      ReadDebugSwitch("LM.OpenCLIncludeCPUDevices") ? (CL_DEVICE_TYPE_GPU | CL_DEVICE_TYPE_CPU) : CL_DEVICE_TYPE_GPU;
   unsigned int accepted = 0;
-  for (cl_platform_id platform : platforms) {
-    cl_uint deviceCount = 0;
-    if (clGetDeviceIDs(platform, types, 0, nullptr, &deviceCount) != CL_SUCCESS || deviceCount == 0) continue;
-    std::vector<cl_device_id> devices(deviceCount);
-    if (clGetDeviceIDs(platform, types, deviceCount, devices.data(), nullptr) != CL_SUCCESS) continue;
-    registry.reserve(registry.size() + deviceCount);
-    for (cl_device_id id : devices) {
-      boost::shared_ptr<Device> device =
-          Device::Create(accepted, static_cast<unsigned int>(registry.size()), platform, id);
-      if (!device) continue;
-      registry.push_back(device);
-      ++accepted;
-    }
+  for (const auto& [platform, id] : OpenCLBackend::EnumerateDevices(ReadDebugSwitch("LM.OpenCLIncludeCPUDevices"))) {
+    boost::shared_ptr<Device> device =
+        Device::Create(accepted, static_cast<unsigned int>(registry.size()), platform, id);
+    if (!device) continue;
+    registry.push_back(device);
+    ++accepted;
   }
 }
 

@@ -13,7 +13,6 @@ namespace {
 // Deliberately 510 and 765 times 1,048,576 bytes, not 512 and 768 MiB.
 constexpr std::uint64_t kMinimumMemory = 534773760ull;
 constexpr std::uint64_t kMinimumMemoryUpToCapability11 = 802160640ull;
-constexpr unsigned int kMaximumDevicesPerFramework = 4;
 
 bool IsCUDA(const Device& device) { return device.GetFramework() == kDeviceFramework_CUDA; }
 

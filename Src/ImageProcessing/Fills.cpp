@@ -1,5 +1,6 @@
 // Fills: every pixel of a rectangle set to one colour.
 #include "ImageProcessing/FillsKernels.h"
+#include "ImageProcessing/PixelFormatRules.h"
 
 namespace LM {
 
@@ -9,8 +10,8 @@ int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, i
   if (!device) return kResultFailed;
   const int bytesPerPixel = BytesPerPixel(format);
   if (bytesPerPixel == 0) return kResultUnsupported;
-  return FillWithColorKernel::Run(device, width, height, DevicePointer{buffer}, rowBytes / bytesPerPixel,
-                                  Is32BitFloat(format), left, top, width, height, color);
+  return fillWithColorKernel.Run(device, width, height, DevicePointer{buffer}, rowBytes / bytesPerPixel,
+                                 Is32BitFloat(format), left, top, width, height, color);
 }
 
 int FillWithOpaqueBlack(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes, PixelFormat format,

@@ -1,14 +1,13 @@
-// The kernel of the fills.
+// The kernel of the fills, from its parameter list.
 #pragma once
 
-#include "ImageProcessing/OperationFrame.h"
+#include "ImageProcessing/KernelFamily.h"
+#include "ImageProcessing/Kernels/FillsParameters.h"
 
 namespace LM {
 
-// buffer, pitch in pixels, is-32-bit-float flag, left, top, width, height, colour.
-struct FillWithColorKernel : Kernel<FillWithColorKernel, DevicePointer, int, int, int, int, int, int, float4> {
-  static constexpr const char* kModuleKey = "..\\..\\Src\\ImageProcessing\\Fills";
-  static constexpr const char* kName = "FillWithColorKernel";
-};
+LM_KERNEL_PARAMETERS(FillWithColorParameters, LM_PARAMETERS_FillWithColorKernel);
+inline KernelFamily<FillWithColorParameters, 1> fillWithColorKernel("..\\..\\Src\\ImageProcessing\\Fills",
+                                                                    {"FillWithColorKernel"});
 
 }  // namespace LM

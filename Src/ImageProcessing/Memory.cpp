@@ -1,5 +1,7 @@
 // Device memory copies, done by kernels rather than by the frameworks' copy calls.
 #include "ImageProcessing/MemoryKernels.h"
+#include "ImageProcessing/PixelFormatRules.h"
+#include "Runtime/PixelFormatWord.h"
 
 namespace LM {
 
@@ -22,9 +24,9 @@ int FastDeviceMemcpy2DWithOffsets(const boost::shared_ptr<Device>& device, const
   if (!device) return kResultFailed;
   const int bytesPerPixel = BytesPerPixel(format);
   if (bytesPerPixel == 0) return kResultUnsupported;
-  return CopyMemory2DKernel::Run(device, width, height, DevicePointer{src}, srcRowBytes / bytesPerPixel,
-                                 srcOffsetBytes / kOffsetUnit, DevicePointer{dst}, dstRowBytes / bytesPerPixel,
-                                 dstOffsetBytes / kOffsetUnit, Is32BitFloat(format), width, height);
+  return copyMemory2DKernel.Run(device, width, height, DevicePointer{src}, srcRowBytes / bytesPerPixel,
+                                srcOffsetBytes / kOffsetUnit, DevicePointer{dst}, dstRowBytes / bytesPerPixel,
+                                dstOffsetBytes / kOffsetUnit, Is32BitFloat(format), width, height);
 }
 
 int DeviceCopyRect(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
@@ -34,21 +36,20 @@ int DeviceCopyRect(const boost::shared_ptr<Device>& device, const void* src, int
   if (!device) return kResultFailed;
   const int bytesPerPixel = BytesPerPixel(format);
   if (bytesPerPixel == 0) return kResultUnsupported;
-  return CopyRectKernel::Run(device, width, height, DevicePointer{src}, srcRowBytes / bytesPerPixel, DevicePointer{dst},
-                             dstRowBytes / bytesPerPixel, Is32BitFloat(format), srcLeft, srcTop, dstLeft, dstTop, width,
-                             height);
+  return copyRectKernel.Run(device, width, height, DevicePointer{src}, srcRowBytes / bytesPerPixel, DevicePointer{dst},
+                            dstRowBytes / bytesPerPixel, Is32BitFloat(format), srcLeft, srcTop, dstLeft, dstTop, width,
+                            height);
 }
 
 // The extent is not checked first: an empty or negative one gives an empty grid, which the queue refuses.
 int CopyBufferToImage(const boost::shared_ptr<Device>& device, const void* src, int srcOffset, int srcRowBytes,
                       void* dstImage, PixelFormat format, int width, int height) {
   if (!device || device->GetFramework() != kDeviceFramework_OpenCL) return kResultFailed;
-  const std::uint32_t word = format.properties;
-  const bool fourComponents = (word & 0xC0000u) == 0x40000u && (word & 0xC00u) == 0;
+  const bool fourComponents = word::IsDescribed(format.properties) && !word::HasSubsampledLayout(format.properties);
   const int divisor = fourComponents ? BytesPerPixel(format) : 1;
   if (divisor == 0) return kResultUnsupported;
-  return CopyBufferToImageKernel::Run(device, width, height, DevicePointer{src}, srcOffset, srcRowBytes / divisor,
-                                      ImageObject{dstImage}, width, height);
+  return copyBufferToImageKernel.Run(device, width, height, DevicePointer{src}, srcOffset, srcRowBytes / divisor,
+                                     ImageObject{dstImage}, width, height);
 }
 
 }  // namespace LM

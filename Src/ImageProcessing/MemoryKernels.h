@@ -1,31 +1,21 @@
-// The kernels of the device memory copies.
+// The kernels of the device memory copies, from their parameter lists.
 #pragma once
 
-#include "ImageProcessing/OperationFrame.h"
+#include "ImageProcessing/KernelFamily.h"
+#include "ImageProcessing/Kernels/MemoryParameters.h"
 
 namespace LM {
 
-// src, source pitch, source offset, dst, destination pitch, destination offset (pitches in pixels, offsets in
-// 16-byte units that the kernel counts as pixels), is-32-bit-float flag, width, height.
-struct CopyMemory2DKernel
-    : Kernel<CopyMemory2DKernel, DevicePointer, int, int, DevicePointer, int, int, int, int, int> {
-  static constexpr const char* kModuleKey = "..\\..\\Src\\ImageProcessing\\Memory";
-  static constexpr const char* kName = "CopyMemory2DKernel";
-};
+constexpr const char kMemoryModuleKey[] = "..\\..\\Src\\ImageProcessing\\Memory";
 
-// src, source pitch, dst, destination pitch, flag, source left and top, destination left and top, width,
-// height.
-struct CopyRectKernel
-    : Kernel<CopyRectKernel, DevicePointer, int, DevicePointer, int, int, int, int, int, int, int, int> {
-  static constexpr const char* kModuleKey = "..\\..\\Src\\ImageProcessing\\Memory";
-  static constexpr const char* kName = "CopyRectKernel";
-};
+LM_KERNEL_PARAMETERS(CopyMemory2DParameters, LM_PARAMETERS_CopyMemory2DKernel);
+LM_KERNEL_PARAMETERS(CopyRectParameters, LM_PARAMETERS_CopyRectKernel);
+LM_KERNEL_PARAMETERS(CopyBufferToImageParameters, LM_PARAMETERS_CopyBufferToImageKernel);
 
-// src, byte offset, pitch (pixels for four-component formats, else bytes), destination image, width, height.
-struct CopyBufferToImageKernel
-    : Kernel<CopyBufferToImageKernel, DevicePointer, int, int, ImageObject, int, int> {
-  static constexpr const char* kModuleKey = "..\\..\\Src\\ImageProcessing\\Memory";
-  static constexpr const char* kName = "CopyBufferToImageKernel";
-};
+inline KernelFamily<CopyMemory2DParameters, 1> copyMemory2DKernel(kMemoryModuleKey, {"CopyMemory2DKernel"});
+inline KernelFamily<CopyRectParameters, 1> copyRectKernel(kMemoryModuleKey, {"CopyRectKernel"});
+// Images are OpenCL's; a CUDA kernel samples a texture bound to the buffer instead.
+inline KernelFamily<CopyBufferToImageParameters, 1> copyBufferToImageKernel(
+    kMemoryModuleKey, {"CopyBufferToImageKernel"}, KernelFamilyOptions{}.OpenCLOnly());
 
 }  // namespace LM

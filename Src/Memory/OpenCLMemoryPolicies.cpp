@@ -6,27 +6,19 @@
 
 #include "Runtime/FailureReport.h"
 #include "Runtime/OpenCLEntryPoints.h"
+#include "Runtime/PixelFormatWord.h"
 
 namespace LM {
 
-namespace {
-
-// The property-word fields the image format depends on.
-constexpr std::uint32_t kLayoutMask = 0x00000C00u;         // non-zero: packed 4:2:2 or planar 4:2:0
-constexpr std::uint32_t kComponentKindMask = 0x0000000Eu;  // 0: 8-bit; 6 (kind 3): 16-bit
-constexpr std::uint32_t kComponentKind8Bit = 0x0u;
-constexpr std::uint32_t kComponentKind16Bit = 0x6u;
-
-}  // namespace
-
+// Subsampled layouts (packed 4:2:2, planar 4:2:0) are read one channel at a time; 8-bit components are
+// normalised integers, 16-bit ones halves, any other kind floats.
 cl_image_format OpenCLImageFormatFor(zelmediatypes::PixelFormat format) {
-  const std::uint32_t properties = format.properties;
-  const std::uint32_t kind = properties & kComponentKindMask;
+  const std::uint32_t kind = word::ComponentKind(format.properties);
   cl_image_format imageFormat;
-  imageFormat.image_channel_order = (properties & kLayoutMask) != 0 ? CL_R : CL_RGBA;
-  imageFormat.image_channel_data_type = kind == kComponentKind8Bit    ? CL_UNORM_INT8
-                                        : kind == kComponentKind16Bit ? CL_HALF_FLOAT
-                                                                      : CL_FLOAT;
+  imageFormat.image_channel_order = word::HasSubsampledLayout(format.properties) ? CL_R : CL_RGBA;
+  imageFormat.image_channel_data_type = kind == word::kKind8Bit    ? CL_UNORM_INT8
+                                        : kind == word::kKind16Bit ? CL_HALF_FLOAT
+                                                                   : CL_FLOAT;
   return imageFormat;
 }
 

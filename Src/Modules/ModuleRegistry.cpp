@@ -248,14 +248,6 @@ bool IsModuleTableBuilt(DeviceFramework framework, double computeCapability) {
   return registry.tables[index].built;
 }
 
-void* LoadModule(DeviceFramework framework, void* context, void* device, Vendor vendor,
-                 double computeCapability, const std::string& name) {
-  // The image is copied out so that the registry's lock is not held while the module compiles.
-  std::string image;
-  if (!LookUpModuleImage(framework, vendor, computeCapability, name, image) || image.empty()) return nullptr;
-  return LoadModuleGuarded(framework, context, device, name, image);
-}
-
 OpenCLModuleLoader::OpenCLModuleLoader(const char** sources, int count) {
   if (sources == nullptr || count < 1) return;
   try {

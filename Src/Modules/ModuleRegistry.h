@@ -1,5 +1,5 @@
-// The module registry: the process-wide tables of kernel module images, and the loading of a module into
-// a device's context.
+// The module registry: the process-wide tables of kernel module images. A device's backend loads the images
+// into its context (Devices/DeviceBackend.h).
 //
 // Eight tables, one per framework and capability class: table index = framework × 4 + slot, where a CUDA
 // device of compute capability cc uses slot min(floor(cc), 4) − 1 (1.x → 0, 2.x → 1, 3.x → 2, 4.0 and
@@ -19,7 +19,6 @@
 #include <vector>
 
 #include "Lumora/DeviceTypes.h"
-#include "Runtime/CUDADriverAPI.h"
 
 namespace LM {
 
@@ -45,34 +44,5 @@ bool LookUpModuleImage(DeviceFramework framework, Vendor vendor, double computeC
 
 // Whether the table for (framework, compute capability) is built; never builds it.
 bool IsModuleTableBuilt(DeviceFramework framework, double computeCapability);
-
-// Loads module `name` into a device's context: a CUmodule for CUDA (the context must be current on the
-// calling thread; `context` and `device` are not used), a cl_program built for `device` in `context` for
-// OpenCL. Null when the name is absent or its image is empty (without a message), or when loading fails.
-// The caller owns the module and releases it with UnloadModule.
-void* LoadModule(DeviceFramework framework, void* context, void* device, Vendor vendor,
-                 double computeCapability, const std::string& name);
-
-// Loads one image: OpenCL compiles the text for `device` with "-cl-single-precision-constant
-// -cl-fast-relaxed-math" (a compile or build failure is null without a message); CUDA calls
-// LoadCUDAModule. Every exception is caught and gives null.
-void* LoadModuleGuarded(DeviceFramework framework, void* context, void* device, const std::string& name,
-                        const std::string& image);
-
-// The just-in-time option passed with every CUDA module, and its value: the highest optimisation level.
-constexpr CUjit_option kModuleJITOption = CU_JIT_OPTIMIZATION_LEVEL;
-constexpr unsigned int kModuleJITOptimizationLevel = 4;
-
-// Loads a CUDA image (PTX text or cubin) into the current context with cuModuleLoadDataEx and the option
-// above. On failure reports "Failed to load module: <name>, error: <result name>" (unless module load
-// failures are silenced) and returns null.
-CUmodule LoadCUDAModule(const std::string& name, const std::string& image);
-
-// Silences (or restores) the report of LoadCUDAModule failures, library-wide. Off at start.
-void SetModuleLoadFailuresSilenced(bool silenced);
-
-// Releases a module from LoadModule: cuModuleUnload or clReleaseProgram, with the result checked. A null
-// module is ignored.
-void UnloadModule(DeviceFramework framework, void* module);
 
 }  // namespace LM

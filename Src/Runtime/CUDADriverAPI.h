@@ -12,7 +12,7 @@
 
 #include <cstddef>
 
-#include "Lumora/TextureTypes.h"
+#include "Lumora/CUDATextureEnumerations.h"
 
 #if defined(_WIN32)
 #define CUDAAPI __stdcall

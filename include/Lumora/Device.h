@@ -22,6 +22,7 @@ class AsyncExecutor;
 namespace LM {
 
 struct DeviceImpl;
+class DeviceBackend;
 
 class LM_API Device {
  public:
@@ -95,7 +96,8 @@ class LM_API Device {
   void ShutDown(bool fullRelease);
 
  private:
-  Device(DeviceFramework framework, unsigned int frameworkIndex, unsigned int registryIndex);
+  friend DeviceBackend& BackendOf(const Device& device);
+  Device(DeviceFramework framework, unsigned int frameworkIndex, unsigned int registryIndex, DeviceImpl* impl);
   void RefreshKernelRecords();
 
   bool qualified_ = false;
@@ -115,6 +117,19 @@ class LM_API Device {
   boost::shared_ptr<MemoryManager> deviceMemory_;
   boost::shared_ptr<MemoryManager> hostMemory_;
   boost::shared_ptr<DeviceImpl> impl_;
+};
+
+// Holds a device's exclusive access for as long as it lives: acquired on construction, released on
+// destruction, however the scope is left.
+class ExclusiveAccess {
+ public:
+  explicit ExclusiveAccess(Device& device) : device_(device) { device_.AcquireExclusiveAccess(); }
+  ~ExclusiveAccess() { device_.ReleaseExclusiveAccess(); }
+  ExclusiveAccess(const ExclusiveAccess&) = delete;
+  ExclusiveAccess& operator=(const ExclusiveAccess&) = delete;
+
+ private:
+  Device& device_;
 };
 
 }  // namespace LM

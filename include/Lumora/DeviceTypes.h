@@ -15,4 +15,8 @@ enum Vendor : std::uint32_t {
   kVendor_Unknown = 4
 };
 
+// At most the first four devices of each framework are ever used (qualification refuses the others), so
+// tables kept per device have 2 × 4 slots: framework × 4 + the device's index in its framework.
+constexpr unsigned int kMaximumDevicesPerFramework = 4;
+
 }  // namespace LM

@@ -10,7 +10,7 @@
 #include "Lumora/Export.h"
 #include "Lumora/PixelFormats.h"
 #include "Lumora/Queues.h"
-#include "Lumora/TextureTypes.h"
+#include "Lumora/CUDATextureEnumerations.h"
 
 namespace LM {
 

@@ -1,28 +1,17 @@
-// The kernel dialect on every device, through the test-only modules and the library's own operation frame:
-// texture sampling with its offset and pitch rules, and the pixel loads, float4 arithmetic and stores.
+// The kernel dialect and the kernel families on every device, through the test-only modules launched by
+// the library's own operation frame: texture sampling with its offset and pitch rules; the pixel loads,
+// float4 arithmetic and stores; a family launching the variant it is asked for.
 #include <algorithm>
 #include <cstring>
 #include <random>
 
 #include "EveryDevice.h"
 #include "Half.h"
-#include "ImageProcessing/OperationFrame.h"
 #include "Lumora/Results.h"
 #include "Lumora/Textures.h"
+#include "ProbeKernels.h"
 
 namespace {
-
-struct SampleTextureKernel
-    : LM::Kernel<SampleTextureKernel, LM::DevicePointer, int, int, int, int, int, LM::ImageObject> {
-  static constexpr const char* kModuleKey = "TextureProbe";
-  static constexpr const char* kName = "SampleTextureKernel";
-};
-
-struct PixelArithmeticKernel : LM::Kernel<PixelArithmeticKernel, LM::DevicePointer, LM::DevicePointer, int, int,
-                                          int, int, float, LM::float4, LM::float4> {
-  static constexpr const char* kModuleKey = "DialectProbe";
-  static constexpr const char* kName = "PixelArithmeticKernel";
-};
 
 class KernelDialect : public EveryDevice {};
 
@@ -65,7 +54,7 @@ TEST_P(KernelDialect, ABoundTextureSamplesExactlyTheDataItWasBoundTo) {
     ASSERT_EQ(LM::BindTexture(device_, texture, plane.base, plane.data, plane.rowBytes, width, height, c.format),
               LM::kResultSuccess);
     void* sampled = Allocate(static_cast<std::size_t>(width) * height * size);
-    ASSERT_EQ(SampleTextureKernel::Run(device_, width, height, LM::DevicePointer{sampled}, width, is32f, width,
+    ASSERT_EQ(sampleTextureKernel.Run(device_, width, height, LM::DevicePointer{sampled}, width, is32f, width,
                                        height, static_cast<int>(texture.offset), LM::ImageObject{texture.image}),
               LM::kResultSuccess);
     LM::ReleaseTexturePlane(device_, &plane, device_->GetCommandQueue()->RecordEvent());
@@ -98,10 +87,10 @@ TEST_P(KernelDialect, PixelLoadsArithmeticAndStoresAreExactInBothPrecisions) {
     }
     void* src = Upload(source);
     void* dst = Upload(Bytes(source.size(), 0));
-    ASSERT_EQ(PixelArithmeticKernel::Run(device_, width, height, LM::DevicePointer{src}, LM::DevicePointer{dst},
-                                         pitch, is32f, width, height, scale,
-                                         LM::float4{offset[0], offset[1], offset[2], offset[3]},
-                                         LM::float4{gain[0], gain[1], gain[2], gain[3]}),
+    ASSERT_EQ(pixelArithmeticKernel.Run(device_, width, height, LM::DevicePointer{src}, LM::DevicePointer{dst},
+                                        pitch, is32f, width, height, scale,
+                                        LM::float4{offset[0], offset[1], offset[2], offset[3]},
+                                        LM::float4{gain[0], gain[1], gain[2], gain[3]}),
               LM::kResultSuccess);
     const Bytes result = Download(dst, source.size());
     for (int i = 0; i < values; ++i) {
@@ -118,6 +107,35 @@ TEST_P(KernelDialect, PixelLoadsArithmeticAndStoresAreExactInBothPrecisions) {
       ASSERT_EQ(value, i / 4 % pitch < width ? expected : 0.0f) << "is32f " << is32f << ", value " << i;
     }
   }
+}
+
+// Each variant by its index, in list order (add, multiply, negate), on one row of blocks; 37 values are more
+// than one block of either width. The completion event comes back.
+TEST_P(KernelDialect, AFamilyLaunchesTheVariantItIsAskedFor) {
+  const int count = 37;
+  const float operand = 2.5f;
+  std::vector<float> values(count);
+  for (int i = 0; i < count; ++i) values[i] = i * 0.25f - 3.0f;
+  for (std::size_t variant = 0; variant < 3; ++variant) {
+    Bytes bytes(values.size() * sizeof(float));
+    std::memcpy(bytes.data(), values.data(), bytes.size());
+    void* buffer = Upload(bytes);
+    boost::shared_ptr<LM::Event> done;
+    ASSERT_EQ(familyProbe.Launch(device_, variant, count, 1, &done, LM::DevicePointer{buffer}, count, operand),
+              LM::kResultSuccess);
+    ASSERT_TRUE(done);
+    done->Wait();
+    const Bytes result = Download(buffer, bytes.size());
+    for (int i = 0; i < count; ++i) {
+      const float expected = variant == 0 ? values[i] + operand : variant == 1 ? values[i] * operand : -values[i];
+      float value;
+      std::memcpy(&value, &result[i * sizeof(float)], sizeof value);
+      ASSERT_EQ(value, expected) << "variant " << variant << ", value " << i;
+    }
+  }
+  EXPECT_EQ(familyProbe.Launch(device_, 3, count, 1, nullptr, LM::DevicePointer{nullptr}, count, operand),
+            LM::kResultFailed)
+      << "a variant out of range is a missing kernel";
 }
 
 LM_ON_EVERY_DEVICE(KernelDialect);

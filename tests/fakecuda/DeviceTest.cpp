@@ -164,6 +164,7 @@ TEST_F(CUDADevice, AProfilingSwitchChangeReinitialisesAStartedDevice) {
 TEST_F(CUDADevice, ModulesAreFoundByTheirSourcesBaseNameAndLoadedOnce) {
   ExecutableFolder folder;
   folder.Write("PTX/Fills_NVIDIA.ptx", ".version 7.0\n.target sm_75\n");
+  folder.Write("PTX/Empty_NVIDIA.ptx", "");
   boost::shared_ptr<LM::Device> device = Make();
   device->InitializeContext();
   device->AcquireExclusiveAccess();
@@ -172,8 +173,9 @@ TEST_F(CUDADevice, ModulesAreFoundByTheirSourcesBaseNameAndLoadedOnce) {
   EXPECT_EQ(device->FindModule("Fills.cpp"), module);
   EXPECT_EQ(device->FindModule("/src/ImageProcessing/Fills"), module);
   EXPECT_EQ(device->FindModule("Missing"), nullptr);
+  EXPECT_EQ(device->FindModule("Empty"), nullptr);
   device->ReleaseExclusiveAccess();
-  EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleLoadDataEx"), 1u);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleLoadDataEx"), 1u) << "an empty image never reaches the driver";
 
   device->ShutDown(true);
   EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleUnload"), 1u);

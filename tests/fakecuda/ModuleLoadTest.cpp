@@ -7,8 +7,8 @@
 #include <filesystem>
 
 #include "BuiltPtx.h"
+#include "Devices/CUDABackend.h"
 #include "FakeDriverBinding.h"
-#include "Modules/ModuleRegistry.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ TEST(CUDAModuleLoad, LoadsWithOneOptimisationLevelOptionAndUnloads) {
   EXPECT_EQ(*reinterpret_cast<const CUjit_option*>(args[3]), CU_JIT_OPTIMIZATION_LEVEL);
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(reinterpret_cast<void* const*>(args[4])[0]), 4u);
 
-  LM::UnloadModule(LM::kDeviceFramework_CUDA, module);
+  LM::CUDABackend(0).UnloadModule(module);
   ASSERT_EQ(fake->CallNames().back(), "cuModuleUnload");
   EXPECT_EQ(fake->CallArgs(1).at(0), reinterpret_cast<std::uintptr_t>(module));
 }
@@ -34,8 +34,7 @@ TEST(CUDAModuleLoad, AFailureIsReportedUnlessSilenced) {
   fake->fakecuda_SetFailure("cuModuleLoadDataEx", CUDA_ERROR_INVALID_IMAGE, 0, kFakeCUDAFailForever);
   const unsigned before = zelcore::debug::AssertionReportCount();
 
-  EXPECT_EQ(LM::LoadModuleGuarded(LM::kDeviceFramework_CUDA, nullptr, nullptr, "Composite", "garbage"),
-            nullptr);
+  EXPECT_EQ(LM::CUDABackend(0).LoadModule("Composite", "garbage"), nullptr);
   ASSERT_EQ(zelcore::debug::AssertionReportCount(), before + 1);
   const std::string report = zelcore::debug::LastAssertionReport();
   EXPECT_EQ(report.rfind("Assertion failed: result == CUDA_SUCCESS: Failed to load module: Composite, error: "
@@ -68,7 +67,7 @@ TEST(CUDAModuleLoad, ADriverRefusesPtxNewerThanItselfAndLoadsEveryBuiltModule) {
   for (const auto& file : std::filesystem::directory_iterator(BuiltPtxFolder())) {
     const CUmodule module = LM::LoadCUDAModule(file.path().stem().string(), ReadText(file.path()));
     EXPECT_NE(module, nullptr) << file.path();
-    LM::UnloadModule(LM::kDeviceFramework_CUDA, module);
+    LM::CUDABackend(0).UnloadModule(module);
     ++built;
   }
   if (built == 0) GTEST_SKIP() << "nvcc was not found, so no PTX modules were built";

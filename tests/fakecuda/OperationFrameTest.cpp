@@ -11,7 +11,8 @@
 #include "BuiltPtx.h"
 #include "ExecutableFolder.h"
 #include "FakeDriverBinding.h"
-#include "ImageProcessing/OperationFrame.h"
+#include "ImageProcessing/KernelFamily.h"
+#include "ProbeKernels.h"
 #include "Lumora/Device.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
@@ -30,6 +31,7 @@ class CUDAOperations : public testing::Test {
     if (!withFills_) memory.replace(memory.find(".entry CopyRectKernel("), 22, ".entry CopyRectKernelX(");
     folder_.Write("PTX/Memory_NVIDIA.ptx", memory);
     folder_.Write("PTX/TextureProbe_NVIDIA.ptx", BuiltPtx("TextureProbe"));
+    folder_.Write("PTX/FamilyProbe_NVIDIA.ptx", BuiltPtx("FamilyProbe"));
     device_ = LM::Device::Create(0, 0, 0);
     device_->InitializeContext();
     device_->AcquireExclusiveAccess();
@@ -235,22 +237,39 @@ TEST_F(CUDAOperations, APitchTheTextureCannotBindIsRefusedOrCopiedToOneItCan) {
 
 // Two host declarations of FillWithColorKernel that drifted from its parameter list: one too long runs past
 // the kernel's parameter bytes, one of the same size misplaces the colour.
-struct TooLong : LM::Kernel<TooLong, LM::DevicePointer, int, int, int, int, int, int, LM::float4, int> {
-  static constexpr const char* kModuleKey = "Fills";
-  static constexpr const char* kName = "FillWithColorKernel";
-};
-struct Misaligned
-    : LM::Kernel<Misaligned, LM::DevicePointer, int, int, int, int, int, int, float, float, float, float> {
-  static constexpr const char* kModuleKey = "Fills";
-  static constexpr const char* kName = "FillWithColorKernel";
-};
+#define LM_PARAMETERS_TooLong(P) \
+  P(BUFFER, buffer) P(INT, pitch) P(INT, is32f) P(INT, left) P(INT, top) P(INT, width) P(INT, height) \
+  P(FLOAT4, color) P(INT, extra)
+#define LM_PARAMETERS_Misaligned(P) \
+  P(BUFFER, buffer) P(INT, pitch) P(INT, is32f) P(INT, left) P(INT, top) P(INT, width) P(INT, height) \
+  P(FLOAT, b) P(FLOAT, g) P(FLOAT, r) P(FLOAT, a)
+LM_KERNEL_PARAMETERS(TooLongParameters, LM_PARAMETERS_TooLong);
+LM_KERNEL_PARAMETERS(MisalignedParameters, LM_PARAMETERS_Misaligned);
 
 // Such a drift fails at the driver, not on a GPU.
 TEST_F(CUDAOperations, AHostDeclarationThatDriftedFromItsKernelIsRefused) {
+  LM::KernelFamily<TooLongParameters, 1> tooLong("Fills", {"FillWithColorKernel"});
+  LM::KernelFamily<MisalignedParameters, 1> misaligned("Fills", {"FillWithColorKernel"});
   const LM::DevicePointer buffer{buffer_};
-  EXPECT_EQ(TooLong::Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, LM::float4{}, 0), LM::kResultFailed);
-  EXPECT_EQ(Misaligned::Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, 0.0f, 0.0f, 0.0f, 0.0f), LM::kResultFailed);
+  EXPECT_EQ(tooLong.Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, LM::float4{}, 0), LM::kResultFailed);
+  EXPECT_EQ(misaligned.Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, 0.0f, 0.0f, 0.0f, 0.0f), LM::kResultFailed);
   EXPECT_EQ(fake_->fakecuda_LaunchCount(), 0u);
+}
+
+// The variant asked for, by index, with the family's one-dimensional geometry: 37 values over blocks of 32
+// (the fake's device has compute capability 7.5) are 48 columns, two blocks.
+TEST_F(CUDAOperations, AFamilyLaunchesTheChosenVariantWithItsGeometry) {
+  for (std::size_t variant = 0; variant < 3; ++variant) {
+    fake_->fakecuda_ClearCallLog();
+    boost::shared_ptr<LM::Event> done;
+    ASSERT_EQ(familyProbe.Launch(device_, variant, 37, 1, &done, LM::DevicePointer{buffer_}, 37, 2.0f), 0);
+    EXPECT_TRUE(done) << "the launch hands back its completion event";
+    const FakeCUDALaunch launch = OnlyLaunch();
+    const char* names[] = {"FamilyProbe_Add_Kernel", "FamilyProbe_Multiply_Kernel", "FamilyProbe_Negate_Kernel"};
+    EXPECT_STREQ(launch.function, names[variant]);
+    EXPECT_EQ((std::vector<unsigned>{launch.gridX, launch.gridY, launch.blockX, launch.blockY}),
+              (std::vector<unsigned>{2, 1, 32, 1}));
+  }
 }
 
 TEST_F(CUDAOperations, ATextureThatCouldNotBePreparedBindsToOutOfMemory) {

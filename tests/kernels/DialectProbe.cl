@@ -1,12 +1,11 @@
 // module: DialectProbe
 // A test-only module that passes pixels through the dialect's loads, float4 arithmetic and stores, so that
-// every word of the vocabulary is compiled for both targets and checked on OpenCL.
+// every word of the vocabulary is compiled for both targets and checked on every device.
 #include "KernelDialect.h"
+#include "ProbeParameters.h"
 
-// dst = clamp((src - offset) * gain + src * scale, -1, 2) for each pixel of the width x height extent. The
-// float before the two float4 parameters makes the CUDA layout pad, which the parameter check covers.
-LM_KERNEL PixelArithmeticKernel(LM_GLOBAL const float* src, LM_GLOBAL float* dst, int pitch, int is32f,
-                                int width, int height, float scale, float4 offset, float4 gain) {
+// dst = clamp((src - offset) * gain + src * scale, -1, 2) for each pixel of the width x height extent.
+LM_KERNEL_WITH_PARAMETERS(PixelArithmeticKernel, LM_PARAMETERS_PixelArithmeticKernel) {
   const int x = LM_GLOBAL_X;
   const int y = LM_GLOBAL_Y;
   if (x >= width || y >= height) return;

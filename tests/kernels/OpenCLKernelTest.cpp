@@ -1,6 +1,7 @@
 // The embedded OpenCL texts on the installed runtime (PoCL): each registered module builds and offers every
-// kernel declared for it, and the OpenCL-only buffer-to-image kernel follows the image's layout. The pixels
-// of the operations and of the dialect are checked on every device in tests/devices.
+// kernel declared for it, with the parameter names and types of its list; and the OpenCL-only
+// buffer-to-image kernel follows the image's layout. The pixels of the operations and of the dialect are
+// checked on every device in tests/devices.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "CheckedKernels.h"
+#include "Devices/OpenCLBackend.h"
 #include "Modules/ModuleRegistry.h"
 #include "OpenCLTestContext.h"
 
@@ -19,20 +21,37 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// clReleaseKernel, which the library does not bind, from the runtime it loaded.
-void ReleaseKernel(cl_kernel kernel) {
+// An entry point the library does not bind, from the runtime it loaded.
+template <class Function>
+Function* RuntimeEntry(const char* name) {
   void* runtime = dlopen("libOpenCL.so.1", RTLD_NOW | RTLD_NOLOAD);
-  reinterpret_cast<decltype(&clReleaseKernel)>(dlsym(runtime, "clReleaseKernel"))(kernel);
+  return reinterpret_cast<Function*>(dlsym(runtime, name));
+}
+
+void ReleaseKernel(cl_kernel kernel) { RuntimeEntry<decltype(clReleaseKernel)>("clReleaseKernel")(kernel); }
+
+std::string ModuleText(const std::string& module) {
+  std::string text;
+  EXPECT_TRUE(LM::LookUpModuleImage(LM::kDeviceFramework_OpenCL, LM::kVendor_Unknown, 1.2, module, text)) << module;
+  return text;
 }
 
 // A registered module built the way the library builds it (null when it does not build).
 struct Program {
   Program(const OpenCLTestContext& cl, const std::string& module)
-      : program(static_cast<cl_program>(LM::LoadModule(LM::kDeviceFramework_OpenCL, cl.context, cl.device,
-                                                       LM::kVendor_Unknown, 1.2, module))) {}
-  ~Program() { LM::UnloadModule(LM::kDeviceFramework_OpenCL, program); }
+      : program(LM::OpenCLBackend::BuildProgram(cl.context, cl.device, ModuleText(module))) {}
+  ~Program() {
+    if (program != nullptr) clReleaseProgram(program);
+  }
   cl_program program;
 };
+
+// The text of an argument's property.
+std::string ArgumentInfo(cl_kernel kernel, cl_uint index, cl_kernel_arg_info what) {
+  const auto getInfo = RuntimeEntry<decltype(clGetKernelArgInfo)>("clGetKernelArgInfo");
+  char text[256] = {};
+  return getInfo(kernel, index, what, sizeof text - 1, text, nullptr) == CL_SUCCESS ? text : "?";
+}
 
 // Runs the kernel with the arguments in order over ceil(width / 16) x ceil(height / 16) blocks of 16 x 16
 // threads, the geometry the library launches with, and waits.
@@ -80,24 +99,40 @@ T Get(const Bytes& bytes, std::size_t at) {
   return value;
 }
 
-TEST(KernelModules, OpenCLTextsBuildWithEveryDeclaredKernel) {
+// Each registered text builds and is declared; each kernel declared for it is there, with exactly the
+// parameters of its list, by name and OpenCL type (the text built again with -cl-kernel-arg-info, which
+// keeps them).
+TEST(KernelModules, OpenCLTextsOfferEveryDeclaredKernelWithItsListsParameters) {
   LM_OPEN_OPENCL_OR_SKIP(cl);
-  std::set<std::string> registered;
+  const std::vector<LM::KernelSignature> kernels = CheckedKernels();
+  std::set<std::string> declared;
+  for (const LM::KernelSignature& kernel : kernels) declared.insert(kernel.module);
   for (const auto& record : LM::GetKernelRecords(LM::kDeviceFramework_OpenCL, LM::kVendor_Unknown, 1.2)) {
-    registered.insert(record.moduleName);
+    EXPECT_EQ(declared.count(record.moduleName), 1u) << record.moduleName << " is registered but declares nothing";
+    ASSERT_NE(Program(cl, record.moduleName).program, nullptr) << record.moduleName << " does not build";
   }
-  for (const LM::KernelSignature* kernel : CheckedKernels()) {
-    EXPECT_EQ(registered.count(kernel->module), 1u) << kernel->module << " is not registered";
-  }
-  for (const std::string& module : registered) {
-    const Program program(cl, module);
-    ASSERT_NE(program.program, nullptr) << module << " does not build";
-    for (const LM::KernelSignature* kernel : CheckedKernels()) {
-      if (module != kernel->module) continue;
-      cl_int error = CL_SUCCESS;
-      if (const cl_kernel made = clCreateKernel(program.program, kernel->name, &error)) ReleaseKernel(made);
-      EXPECT_EQ(error, CL_SUCCESS) << kernel->name;
+  for (const std::string& module : declared) {
+    const std::string text = ModuleText(module);
+    const char* source = text.c_str();
+    cl_int error = CL_SUCCESS;
+    cl_program program = clCreateProgramWithSource(cl.context, 1, &source, nullptr, &error);
+    ASSERT_EQ(clBuildProgram(program, 1, &cl.device, "-cl-kernel-arg-info", nullptr, nullptr), CL_SUCCESS) << module;
+    for (const LM::KernelSignature& kernel : kernels) {
+      if (module != kernel.module) continue;
+      const cl_kernel made = clCreateKernel(program, kernel.name, &error);
+      ASSERT_EQ(error, CL_SUCCESS) << kernel.name;
+      cl_uint count = 0;
+      RuntimeEntry<decltype(clGetKernelInfo)>("clGetKernelInfo")(made, CL_KERNEL_NUM_ARGS, sizeof count, &count,
+                                                                 nullptr);
+      EXPECT_EQ(count, kernel.count) << kernel.name;
+      for (cl_uint i = 0; i < count && i < kernel.count; ++i) {
+        EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_NAME), kernel.parameters[i].name) << kernel.name << " " << i;
+        EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_TYPE_NAME), kernel.parameters[i].openCLType)
+            << kernel.name << " " << kernel.parameters[i].name;
+      }
+      ReleaseKernel(made);
     }
+    clReleaseProgram(program);
   }
 }
 

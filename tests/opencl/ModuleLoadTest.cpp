@@ -6,6 +6,7 @@
 #include <chrono>
 #include <thread>
 
+#include "Devices/OpenCLBackend.h"
 #include "Lumora/OpenCLModuleLoader.h"
 #include "Modules/ModuleRegistry.h"
 #include "OpenCLTestContext.h"
@@ -21,13 +22,14 @@ Function RuntimeEntryPoint(const char* name) {
 
 // Loads module `name` and tells whether it offers `kernelName`; the program is released again.
 bool LoadsWithKernel(const OpenCLTestContext& cl, const char* name, const char* kernelName) {
-  void* program =
-      LM::LoadModule(LM::kDeviceFramework_OpenCL, cl.context, cl.device, LM::kVendor_Unknown, 1.2, name);
+  std::string text;
+  if (!LM::LookUpModuleImage(LM::kDeviceFramework_OpenCL, LM::kVendor_Unknown, 1.2, name, text)) return false;
+  const cl_program program = LM::OpenCLBackend::BuildProgram(cl.context, cl.device, text);
   if (program == nullptr) return false;
   cl_int error = CL_SUCCESS;
-  cl_kernel kernel = clCreateKernel(static_cast<cl_program>(program), kernelName, &error);
+  cl_kernel kernel = clCreateKernel(program, kernelName, &error);
   if (kernel != nullptr) RuntimeEntryPoint<decltype(&clReleaseKernel)>("clReleaseKernel")(kernel);
-  LM::UnloadModule(LM::kDeviceFramework_OpenCL, program);
+  clReleaseProgram(program);
   return error == CL_SUCCESS;
 }
 

@@ -12,9 +12,12 @@
 //                                  floats (16 bytes) otherwise; stores round to nearest even
 //   LM_CopyPixel              moves one pixel's 8 or 16 bytes unchanged (NaN payloads and -0 survive)
 //   LM_Add4, LM_Sub4, LM_Mul4, LM_Scale4, LM_Clamp4   float4 arithmetic (CUDA has no float4 operators)
-//   LM_TEXTURE_PARAM(name)    a trailing kernel parameter for a sampled image: an image2d_t on OpenCL,
-//                             nothing on CUDA, where the kernel samples the module's texture reference
-//                             `name` (the build declares it in the PTX, since CUDA C++ no longer can)
+//   LM_KERNEL_WITH_PARAMETERS(name, LIST)   starts the definition of kernel `name` with the parameters of a
+//                             parameter list (KernelLists.h); a TEXTURE parameter is an image2d_t on OpenCL
+//                             and nothing on CUDA, where the kernel samples the module's texture reference
+//                             of that name (the build declares it in the PTX, since CUDA C++ no longer can)
+//   LM_PARAMETER_DECLARATIONS(LIST), LM_ARGUMENTS(LIST)   the same parameters for a helper function, and
+//                             the kernel's arguments passed on to it
 //   LM_SampleTexture(name, x, y)   the texel at integer (x, y) as float4; OpenCL samples unnormalised,
 //                             nearest and clamped to the edge; on CUDA the host sets the reference's modes
 //
@@ -22,6 +25,8 @@
 // exists on one framework only.
 #ifndef LUMORA_KERNEL_DIALECT_H
 #define LUMORA_KERNEL_DIALECT_H
+
+#include "KernelLists.h"
 
 #if defined(__CUDACC__)
 #define LM_CUDA 1
@@ -72,7 +77,10 @@ LM_DEVICE float4 LM_Clamp4(float4 a, float lo, float hi) {
   return fmin(fmax(a, lo), hi);
 }
 
-#define LM_TEXTURE_PARAM(name) , __read_only image2d_t name
+#define LM_DECLARE_TEXTURE(name) , __read_only image2d_t name
+#define LM_DECLARE_IMAGE_OUT(name) , __write_only image2d_t name
+#define LM_PASS_TEXTURE(name) , name
+#define LM_PASS_IMAGE_OUT(name) , name
 __constant sampler_t LM_TextureSampler =
     CLK_NORMALIZED_COORDS_FALSE | CLK_ADDRESS_CLAMP_TO_EDGE | CLK_FILTER_NEAREST;
 #define LM_SampleTexture(name, x, y) read_imagef((name), LM_TextureSampler, LM_MAKE_INT2((x), (y)))
@@ -80,6 +88,8 @@ __constant sampler_t LM_TextureSampler =
 #else  // LM_CUDA
 
 #include <cuda_fp16.h>
+
+typedef unsigned char uchar;
 
 #define LM_KERNEL extern "C" __global__ void
 #define LM_DEVICE static __device__ __forceinline__
@@ -123,7 +133,10 @@ LM_DEVICE float4 LM_Clamp4(float4 a, float lo, float hi) {
                      fminf(fmaxf(a.w, lo), hi));
 }
 
-#define LM_TEXTURE_PARAM(name)
+#define LM_DECLARE_TEXTURE(name)
+#define LM_DECLARE_IMAGE_OUT(name)
+#define LM_PASS_TEXTURE(name)
+#define LM_PASS_IMAGE_OUT(name)
 // The texture reference is named in the instruction text only; the build adds its `.global .texref`
 // declaration to the PTX, since CUDA C++ cannot declare one.
 // The coordinates are named px and py so that arguments never replace the members texel.x and texel.y.
@@ -137,6 +150,27 @@ LM_DEVICE float4 LM_Clamp4(float4 a, float lo, float hi) {
   }())
 
 #endif
+
+// Kernel parameters from a parameter list: each entry expands to ", <declaration>" (a texture to nothing on
+// CUDA) and LM_REST drops the first comma.
+#define LM_DECLARE_PARAMETER(kind, name) LM_DECLARE_##kind(name)
+#define LM_DECLARE_BUFFER(name) , LM_GLOBAL float* name
+#define LM_DECLARE_IN_BUFFER(name) , LM_GLOBAL const float* name
+#define LM_DECLARE_IN_BYTES(name) , LM_GLOBAL const uchar* name
+#define LM_DECLARE_INT(name) , int name
+#define LM_DECLARE_FLOAT(name) , float name
+#define LM_DECLARE_FLOAT4(name) , float4 name
+#define LM_PARAMETER_DECLARATIONS(LIST) LM_REST(LIST(LM_DECLARE_PARAMETER))
+#define LM_KERNEL_WITH_PARAMETERS(name, LIST) LM_KERNEL name(LM_PARAMETER_DECLARATIONS(LIST))
+
+#define LM_PASS_ARGUMENT(kind, name) LM_PASS_##kind(name)
+#define LM_PASS_BUFFER(name) , name
+#define LM_PASS_IN_BUFFER(name) , name
+#define LM_PASS_IN_BYTES(name) , name
+#define LM_PASS_INT(name) , name
+#define LM_PASS_FLOAT(name) , name
+#define LM_PASS_FLOAT4(name) , name
+#define LM_ARGUMENTS(LIST) LM_REST(LIST(LM_PASS_ARGUMENT))
 
 // Moves one pixel's bytes without converting them: 8 bytes for halves, 16 for floats.
 LM_DEVICE void LM_CopyPixel(LM_GLOBAL const float* src, int srcIndex, LM_GLOBAL float* dst, int dstIndex,

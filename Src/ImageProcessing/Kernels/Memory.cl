@@ -1,12 +1,12 @@
 // module: Memory
 // Copies between pitched pixel buffers, and on OpenCL from a linear buffer into an image.
 #include "KernelDialect.h"
+#include "MemoryParameters.h"
 
 // Pixel (x, y) of the width x height extent, from srcOffset + y * srcPitch + x to dstOffset + y * dstPitch
 // + x. Offsets and pitches count pixels; the host passes the offsets in 16-byte units and they are counted
 // as pixels here for 16f as well, deliberately. The bytes move unchanged.
-LM_KERNEL CopyMemory2DKernel(LM_GLOBAL const float* src, int srcPitch, int srcOffset, LM_GLOBAL float* dst,
-                             int dstPitch, int dstOffset, int is32f, int width, int height) {
+LM_KERNEL_WITH_PARAMETERS(CopyMemory2DKernel, LM_PARAMETERS_CopyMemory2DKernel) {
   const int x = LM_GLOBAL_X;
   const int y = LM_GLOBAL_Y;
   if (x >= width || y >= height) return;
@@ -14,8 +14,7 @@ LM_KERNEL CopyMemory2DKernel(LM_GLOBAL const float* src, int srcPitch, int srcOf
 }
 
 // The width x height rectangle at (srcLeft, srcTop) of src to (dstLeft, dstTop) of dst; pitches in pixels.
-LM_KERNEL CopyRectKernel(LM_GLOBAL const float* src, int srcPitch, LM_GLOBAL float* dst, int dstPitch,
-                         int is32f, int srcLeft, int srcTop, int dstLeft, int dstTop, int width, int height) {
+LM_KERNEL_WITH_PARAMETERS(CopyRectKernel, LM_PARAMETERS_CopyRectKernel) {
   const int x = LM_GLOBAL_X;
   const int y = LM_GLOBAL_Y;
   if (x >= width || y >= height) return;
@@ -40,8 +39,7 @@ LM_DEVICE float LoadChannel(LM_GLOBAL const uchar* p, int dataType) {
 // to the image at (x, y). The layout of the buffer follows the image: an RGBA image takes four channels a
 // pixel and a pitch in pixels; a single-channel (CLK_R) image, used for the packed and planar formats,
 // takes one channel a pixel and a pitch in bytes.
-LM_KERNEL CopyBufferToImageKernel(LM_GLOBAL const uchar* src, int srcOffset, int srcPitch,
-                                  __write_only image2d_t dstImage, int width, int height) {
+LM_KERNEL_WITH_PARAMETERS(CopyBufferToImageKernel, LM_PARAMETERS_CopyBufferToImageKernel) {
   const int x = LM_GLOBAL_X;
   const int y = LM_GLOBAL_Y;
   if (x >= width || y >= height) return;

@@ -3,6 +3,7 @@
 // their own succeed and do nothing (weak defaults in FakeCUDADefaults.cpp).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -26,6 +27,10 @@ struct Arguments {
 // Records the call of `exported` (which fills slot `slot`) with its arguments. Returns true, with the
 // result to return in *forced, when a failure was asked for.
 bool Enter(const char* exported, const char* slot, const Arguments& args, CUresult* forced);
+
+// Set while nothing is recorded and no failure is asked for: calls then skip Enter and every other piece of
+// bookkeeping, so a benchmark measures the caller, not the fake.
+extern std::atomic<bool> idle;
 
 template <class T>
 std::uint64_t Word(T value) {

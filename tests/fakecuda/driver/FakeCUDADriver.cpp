@@ -82,9 +82,6 @@ struct State {
   std::vector<FakeCUDALaunch> launches;
   // Off: calls and launches are not logged (and the fake allocates nothing per call), for benchmarks.
   bool recording = true;
-  // Set while nothing is recorded and no failure is asked for: calls then skip the bookkeeping entirely,
-  // so a benchmark measures the caller, not the fake.
-  std::atomic<bool> idle{false};
   void UpdateIdle() { idle = !recording && failures.empty(); }
   bool eventsComplete = true;
   std::map<CUcontext, CUdevice> contextDevices;
@@ -174,7 +171,7 @@ CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstrea
   if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
   if (reinterpret_cast<Function*>(handle)->blockX == 0) return CUDA_ERROR_INVALID_VALUE;  // no block shape set
   State& state = TheState();
-  if (state.idle.load(std::memory_order_relaxed)) return CUDA_SUCCESS;
+  if (idle.load(std::memory_order_relaxed)) return CUDA_SUCCESS;
   const Function& function = *reinterpret_cast<Function*>(handle);
   FakeCUDALaunch launch = {};
   launch.function = function.name.c_str();
@@ -290,9 +287,10 @@ void* Address(CUdeviceptr pointer) { return reinterpret_cast<void*>(static_cast<
 
 }  // namespace
 
+std::atomic<bool> idle{false};
+
 bool Enter(const char* exported, const char* slot, const Arguments& args, CUresult* forced) {
   State& state = TheState();
-  if (state.idle.load(std::memory_order_relaxed)) return false;
   Lock lock(state.mutex);
   if (state.recording) {
     state.calls.push_back(Call{exported, std::vector<std::uint64_t>(args.words, args.words + args.count)});

@@ -5,7 +5,10 @@
 #define FAKECUDA_EXPORT_AS(exported, slot, params, args)                                           \
   extern "C" __attribute__((visibility("default"))) CUresult exported params {                    \
     CUresult forced = CUDA_SUCCESS;                                                                \
-    if (fakecuda::Enter(#exported, #slot, fakecuda::Words args, &forced)) return forced;           \
+    if (!fakecuda::idle.load(std::memory_order_relaxed) &&                                         \
+        fakecuda::Enter(#exported, #slot, fakecuda::Words args, &forced)) {                         \
+      return forced;                                                                               \
+    }                                                                                              \
     return fakecuda::Impl_##slot args;                                                             \
   }
 #define FAKECUDA_EXPORT_NO_V2(name, params, args) FAKECUDA_EXPORT_AS(name, name, params, args)

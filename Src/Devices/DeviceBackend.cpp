@@ -1,0 +1,7 @@
+#include "Devices/DeviceBackend.h"
+
+namespace LM {
+
+DeviceBackend::~DeviceBackend() = default;
+
+}  // namespace LM
