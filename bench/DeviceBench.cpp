@@ -60,7 +60,7 @@ const Operation kOperations[] = {
 // Each iteration's time is the device's: between two events of its queue on CUDA; on OpenCL, whose events
 // time nothing unless the queue profiles, the wall time until the work has finished.
 void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& device, const Operation& operation) {
-  device->AcquireExclusiveAccess();
+  const LM::ExclusiveAccess access(*device);
   const boost::shared_ptr<LM::MemoryManager> pool = device->GetDeviceMemory();
   const boost::shared_ptr<LM::CommandQueue> queue = device->GetCommandQueue();
   void* source = pool->Allocate(kFrameBytes, nullptr);
@@ -92,7 +92,6 @@ void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& d
   const boost::shared_ptr<LM::Event> done = queue->RecordEvent();
   if (source != nullptr) pool->Release(source, done);
   if (destination != nullptr) pool->Release(destination, done);
-  device->ReleaseExclusiveAccess();
 }
 
 // Sets a switch of the debug database to 1 unless LUMORA_DEBUG set it.

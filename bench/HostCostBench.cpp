@@ -19,12 +19,11 @@ void BM_FillWithColorHostCost(benchmark::State& state) {
   if (LM::BindCUDADriver(0, 4000) != 0) return state.SkipWithError("cannot bind the fake driver");
   boost::shared_ptr<LM::Device> device = LM::Device::Create(0, 0, 0);
   device->InitializeContext();
-  device->AcquireExclusiveAccess();
+  const LM::ExclusiveAccess access(*device);
   fake.fakecuda_SetRecording(0);
   char buffer[64];
   const LM::float4 color = {0.25f, 0.5f, 0.75f, 1.0f};
   if (LM::FillWithColor(device, buffer, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1, color) != 0) {
-    device->ReleaseExclusiveAccess();
     return state.SkipWithError("no Fills module (was nvcc found?)");
   }
   const long long before = HeapAllocations();
@@ -34,7 +33,6 @@ void BM_FillWithColorHostCost(benchmark::State& state) {
   }
   state.counters["heap_allocations_per_call"] =
       static_cast<double>(HeapAllocations() - before) / static_cast<double>(state.iterations());
-  device->ReleaseExclusiveAccess();
 }
 
 }  // namespace

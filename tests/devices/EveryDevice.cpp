@@ -87,17 +87,16 @@ const std::vector<DeviceUnderTest>& DevicesUnderTest() {
 void EveryDevice::SetUp() {
   device_ = LM::GetDevice(GetParam().registryIndex);
   ASSERT_TRUE(device_ && device_->GetDeviceMemory() && device_->GetCommandQueue());
-  device_->AcquireExclusiveAccess();
-  held_ = true;
+  access_.emplace(*device_);
 }
 
 void EveryDevice::TearDown() {
-  if (!held_) return;
+  if (!access_) return;
   // The blocks go back to the pool with an event after the test's work, as any caller hands them back.
   const boost::shared_ptr<LM::Event> done = device_->GetCommandQueue()->RecordEvent();
   for (void* block : blocks_) device_->GetDeviceMemory()->Release(block, done);
   if (done) done->Wait();
-  device_->ReleaseExclusiveAccess();
+  access_.reset();
 }
 
 void* EveryDevice::Allocate(std::size_t bytes) {

@@ -10,6 +10,7 @@
 
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,7 +44,7 @@ class EveryDevice : public testing::TestWithParam<DeviceUnderTest> {
   boost::shared_ptr<LM::Device> device_;
 
  private:
-  bool held_ = false;
+  std::optional<LM::ExclusiveAccess> access_;
   std::vector<void*> blocks_;
 };
 

@@ -167,14 +167,15 @@ TEST_F(CUDADevice, ModulesAreFoundByTheirSourcesBaseNameAndLoadedOnce) {
   folder.Write("PTX/Empty_NVIDIA.ptx", "");
   boost::shared_ptr<LM::Device> device = Make();
   device->InitializeContext();
-  device->AcquireExclusiveAccess();
-  void* module = device->FindModule("..\\..\\Src\\ImageProcessing\\Fills");
-  EXPECT_NE(module, nullptr);
-  EXPECT_EQ(device->FindModule("Fills.cpp"), module);
-  EXPECT_EQ(device->FindModule("/src/ImageProcessing/Fills"), module);
-  EXPECT_EQ(device->FindModule("Missing"), nullptr);
-  EXPECT_EQ(device->FindModule("Empty"), nullptr);
-  device->ReleaseExclusiveAccess();
+  {
+    const LM::ExclusiveAccess access(*device);
+    void* module = device->FindModule("..\\..\\Src\\ImageProcessing\\Fills");
+    EXPECT_NE(module, nullptr);
+    EXPECT_EQ(device->FindModule("Fills.cpp"), module);
+    EXPECT_EQ(device->FindModule("/src/ImageProcessing/Fills"), module);
+    EXPECT_EQ(device->FindModule("Missing"), nullptr);
+    EXPECT_EQ(device->FindModule("Empty"), nullptr);
+  }
   EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleLoadDataEx"), 1u) << "an empty image never reaches the driver";
 
   device->ShutDown(true);
@@ -186,10 +187,11 @@ TEST_F(CUDADevice, ModulesAreFoundByTheirSourcesBaseNameAndLoadedOnce) {
 TEST_F(CUDADevice, ShutDownWithoutFullReleaseKeepsThePoolsButEmptiesThem) {
   boost::shared_ptr<LM::Device> device = Make();
   device->InitializeContext();
-  device->AcquireExclusiveAccess();
-  void* block = device->GetDeviceMemory()->Allocate(1 << 20, nullptr);
-  device->GetDeviceMemory()->Release(block, boost::shared_ptr<LM::Event>());
-  device->ReleaseExclusiveAccess();
+  {
+    const LM::ExclusiveAccess access(*device);
+    void* block = device->GetDeviceMemory()->Allocate(1 << 20, nullptr);
+    device->GetDeviceMemory()->Release(block, boost::shared_ptr<LM::Event>());
+  }
   device->ShutDown(false);
   ASSERT_TRUE(device->GetDeviceMemory());
   std::size_t total, freeBlocks, liveBlocks, lowMark, highMark;

@@ -6,6 +6,7 @@
 #include <zelmediatypes/PixelFormats.h>
 
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include "BuiltPtx.h"
@@ -34,11 +35,8 @@ class CUDAOperations : public testing::Test {
     folder_.Write("PTX/FamilyProbe_NVIDIA.ptx", BuiltPtx("FamilyProbe"));
     device_ = LM::Device::Create(0, 0, 0);
     device_->InitializeContext();
-    device_->AcquireExclusiveAccess();
+    access_.emplace(*device_);
     fake_->fakecuda_ClearCallLog();
-  }
-  void TearDown() override {
-    if (device_) device_->ReleaseExclusiveAccess();
   }
 
   FakeCUDALaunch OnlyLaunch() {
@@ -61,6 +59,7 @@ class CUDAOperations : public testing::Test {
   std::unique_ptr<FakeCUDA> fake_;
   ExecutableFolder folder_;
   boost::shared_ptr<LM::Device> device_;
+  std::optional<LM::ExclusiveAccess> access_;
   char buffer_[64] = {};
 };
 
@@ -158,11 +157,11 @@ TEST_F(CUDAOperationsWithoutFills, AMissingModuleFailsEveryCallUntilTheContextIs
   EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleGetFunction"), 1u) << "the failed lookup is not retried";
 
   // A new context identity makes the next call look again.
-  device_->ReleaseExclusiveAccess();
+  access_.reset();
   zelcore::debug::DebugDatabase::Instance().Set("LM.ProfileKernels", "1");
   zelcore::debug::DebugDatabase::Instance().Set("EnableDogEars", "1");
   device_->ResetDebugFlags();
-  device_->AcquireExclusiveAccess();
+  access_.emplace(*device_);
   fake_->fakecuda_ClearCallLog();
   EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, other, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0, 0, 1, 1),
             LM::kResultFailed);

@@ -47,7 +47,7 @@ class OpenCLStartUp : public testing::Test {
 TEST_F(OpenCLStartUp, ARegisteredProgramIsFoundAsAModuleAndItsKernelsRun) {
   ASSERT_TRUE(device_ && device_->WaitForContext());
   LM::OpenCLModuleLoader loader(&kProgram, 1);
-  device_->AcquireExclusiveAccess();
+  const LM::ExclusiveAccess access(*device_);
   cl_program program = static_cast<cl_program>(device_->FindModule("..\\..\\Src\\ImageProcessing\\StartUpProbe"));
   ASSERT_NE(program, nullptr);
   cl_int error = CL_SUCCESS;
@@ -62,7 +62,6 @@ TEST_F(OpenCLStartUp, ARegisteredProgramIsFoundAsAModuleAndItsKernelsRun) {
             LM::kResultSuccess);
   for (int i = 0; i < 256; ++i) ASSERT_EQ(result[i], i);
   device_->GetDeviceMemory()->Release(buffer, boost::shared_ptr<LM::Event>());
-  device_->ReleaseExclusiveAccess();
 }
 
 TEST_F(OpenCLStartUp, TheDeviceSuiteWorksThroughTheHostsRegistry) {
@@ -142,9 +141,11 @@ TEST_F(OpenCLStartUp, TheSuiteRefusesBadIndicesAndNullOutputs) {
 
 TEST_F(OpenCLStartUp, AnEventPollFiresAfterARealMarkerCompletes) {
   ASSERT_TRUE(device_ && device_->WaitForContext());
-  device_->AcquireExclusiveAccess();
-  boost::shared_ptr<LM::Event> marker = device_->GetCommandQueue()->RecordEvent();
-  device_->ReleaseExclusiveAccess();
+  boost::shared_ptr<LM::Event> marker;
+  {
+    const LM::ExclusiveAccess access(*device_);
+    marker = device_->GetCommandQueue()->RecordEvent();
+  }
   std::atomic<bool> fired{false};
   LM::AddEventPoll(device_, marker, [&fired] { fired = true; });
   for (int i = 0; i < 1000 && !fired; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -1,7 +1,7 @@
-// The control interface of the fake CUDA driver that the tests build: a shared library that exports the
-// driver's entry points, reports configurable devices, hands out host memory as device memory, loads PTX
-// text and knows the kernels and textures it declares, records every call with its arguments, and fails
-// any entry point on demand.
+// The control library of the fake CUDA driver, for the tests and the benchmarks. The driver is a shared
+// library that exports the driver's entry points, reports configurable devices, hands out host memory as
+// device memory, loads PTX text and knows the kernels and textures it declares, records every call with its
+// arguments, and fails any entry point on demand.
 //
 // Tests point the library at a fake driver file through LM::CUDADriverLibraryName and reach the same
 // loaded instance through FakeCUDA, which resolves the control functions below from that file. Variants of
@@ -9,10 +9,7 @@
 // FAKECUDA_NO_DRIVER_VERSION_PATH, FAKECUDA_DRIVER_3020_PATH, FAKECUDA_NO_LAUNCH_KERNEL_PATH.
 #pragma once
 
-#include <dlfcn.h>
-
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -64,35 +61,20 @@ constexpr int kFakeCUDAFailForever = -1;
 // The control functions of one fake driver file, resolved from the instance the library loads.
 class FakeCUDA {
  public:
-  // The file stays loaded for the life of the process, as the library keeps a driver it has loaded.
-  explicit FakeCUDA(const std::string& path)
-      : path_(path), handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
-    if (handle_ == nullptr) throw std::runtime_error("cannot load the fake CUDA driver " + path);
-#define FAKECUDA_RESOLVE(Result, name, params)                              \
-  name = reinterpret_cast<Result(*) params>(dlsym(handle_, #name));         \
-  if (name == nullptr) throw std::runtime_error("fake driver lacks " #name);
-    FAKECUDA_CONTROL_FUNCTIONS(FAKECUDA_RESOLVE)
-#undef FAKECUDA_RESOLVE
-  }
+  // Loads the driver file (it stays loaded for the life of the process, as the library keeps a driver it
+  // has loaded) and resolves the control functions; throws std::runtime_error when either fails.
+  explicit FakeCUDA(const std::string& path);
   FakeCUDA(const FakeCUDA&) = delete;
   FakeCUDA& operator=(const FakeCUDA&) = delete;
 
   const std::string& Path() const { return path_; }
   // The address of an exported entry point, or null: what the binder should have stored in a slot.
-  void* Symbol(const char* name) const { return dlsym(handle_, name); }
+  void* Symbol(const char* name) const;
 
   // Every recorded call's exported name, in order.
-  std::vector<std::string> CallNames() const {
-    std::vector<std::string> names;
-    for (unsigned long long i = 0, n = fakecuda_CallLogSize(); i < n; ++i) names.emplace_back(fakecuda_CallName(i));
-    return names;
-  }
+  std::vector<std::string> CallNames() const;
   // The arguments of call `index` as 64-bit words (pointers and integers as they are, floats by their bits).
-  std::vector<unsigned long long> CallArgs(unsigned long long index) const {
-    unsigned long long words[16];
-    const int count = fakecuda_CallArgs(index, words, 16);
-    return std::vector<unsigned long long>(words, words + (count > 0 ? count : 0));
-  }
+  std::vector<unsigned long long> CallArgs(unsigned long long index) const;
 
 #define FAKECUDA_DECLARE(Result, name, params) Result(*name) params = nullptr;
   FAKECUDA_CONTROL_FUNCTIONS(FAKECUDA_DECLARE)
