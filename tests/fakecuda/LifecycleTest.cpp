@@ -102,10 +102,20 @@ TEST_F(Lifecycle, AfterAFullShutDownANewStartEnumeratesAgainButStartsNothing) {
   LM::Terminate();
 }
 
-TEST_F(Lifecycle, BothDisableSwitchesLeaveAnEmptyRegistry) {
+// One disable switch alone is ignored: this start-up calls cuInit and registers the device. Both together
+// leave the registry empty without a driver call.
+TEST_F(Lifecycle, OnlyBothDisableSwitchesTogetherLeaveAnEmptyRegistry) {
   fake_->fakecuda_AddDevice("Fit", 7, 5, 8 * kGiB);
-  zelcore::debug::DebugDatabase::Instance().Set("LM.DisableAcceleratedRenderer", "1");
-  zelcore::debug::DebugDatabase::Instance().Set("LM.DisableAcceleratedDisplay", "1");
+  zelcore::debug::DebugDatabase& database = zelcore::debug::DebugDatabase::Instance();
+  database.Remove("LM.DisableAcceleratedDisplay");
+  database.Set("LM.DisableAcceleratedRenderer", "1");
+  LM::Initialize(false);
+  EXPECT_EQ(LM::GetDeviceCount(), 1u);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuInit"), 1u);
+  LM::Terminate();
+
+  fake_->fakecuda_ClearCallLog();
+  database.Set("LM.DisableAcceleratedDisplay", "1");
   LM::Initialize(true);
   EXPECT_EQ(LM::GetDeviceCount(), 0u);
   EXPECT_EQ(fake_->fakecuda_CallLogSize(), 0u);

@@ -12,22 +12,6 @@
 
 namespace {
 
-TEST(CUDAModuleLoad, LoadsWithOneOptimisationLevelOptionAndUnloads) {
-  const std::unique_ptr<FakeCUDA> fake = BindFakeDriver();
-  const CUmodule module = LM::LoadCUDAModule("Fills", ".version 7.5\n.target sm_75\n");
-  ASSERT_NE(module, nullptr);
-  ASSERT_EQ(fake->CallNames(), std::vector<std::string>{"cuModuleLoadDataEx"});
-  const std::vector<unsigned long long> args = fake->CallArgs(0);
-  ASSERT_EQ(args.size(), 5u);
-  EXPECT_EQ(args[2], 1u) << "one option";
-  EXPECT_EQ(*reinterpret_cast<const CUjit_option*>(args[3]), CU_JIT_OPTIMIZATION_LEVEL);
-  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(reinterpret_cast<void* const*>(args[4])[0]), 4u);
-
-  LM::CUDABackend(0).UnloadModule(module);
-  ASSERT_EQ(fake->CallNames().back(), "cuModuleUnload");
-  EXPECT_EQ(fake->CallArgs(1).at(0), reinterpret_cast<std::uintptr_t>(module));
-}
-
 TEST(CUDAModuleLoad, AFailureIsReportedUnlessSilenced) {
   const std::unique_ptr<FakeCUDA> fake = BindFakeDriver();
   zelcore::debug::SetAssertionOutputQuiet(true);

@@ -88,8 +88,7 @@ TEST_F(CUDAOperations, PitchAndFlagFollowTheFormat) {
     LM::PixelFormat format;
     int pitch;
     int flag;
-  } cases[] = {{LM::kPixelFormat_GPU_BGRA_4444_16f, 512, 0},
-               {LM::kPixelFormat_GPU_BGRX_4444_16f, 512, 0},
+  } cases[] = {{LM::kPixelFormat_GPU_BGRX_4444_16f, 512, 0},
                {LM::kPixelFormat_GPU_BGRA_4444_32f, 256, 1},
                {LM::kPixelFormat_GPU_BGRX_4444_32f, 256, 1},
                {zelmediatypes::kPixelFormat_BGRA_4444_32f, 256, 1}};

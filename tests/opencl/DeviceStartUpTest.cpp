@@ -111,34 +111,6 @@ TEST_F(OpenCLStartUp, TheDeviceSuiteWorksThroughTheHostsRegistry) {
   }
 }
 
-TEST_F(OpenCLStartUp, TheSuiteRefusesBadIndicesAndNullOutputs) {
-  ASSERT_TRUE(device_);
-  LM_DeviceSuite suite;
-  ASSERT_TRUE(TQ::AcquireSuite(LM_DEVICE_SUITE_NAME, LM_DEVICE_SUITE_VERSION, &suite, sizeof suite));
-  const uint32_t bad = LM::GetDeviceCount();
-  uint32_t value = 0;
-  int32_t flag = 0;
-  void* handle = nullptr;
-  std::size_t size = 0;
-  LM_MemoryStatistics statistics;
-  EXPECT_EQ(suite.GetDeviceFramework(bad, &value), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.MeetsMinimumRequirementsForUse(bad, &flag), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.AcquireExclusiveAccess(bad), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.ReleaseExclusiveAccess(bad), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.GetNativeDevice(bad, &handle), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.AllocateDeviceMemory(bad, 16, &handle), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.FreeHostMemory(bad, nullptr), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.PurgeHostMemory(bad, 16, &size), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.GetHostMemoryStatistics(bad, &statistics), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.WaitForDevice(bad), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.GetDeviceCount(0, nullptr), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.GetDeviceFramework(0, nullptr), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.GetContext(0, nullptr), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.AllocateHostMemory(0, 16, nullptr), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.PurgeDeviceMemory(0, 16, nullptr), LM_SUITE_BAD_ARGUMENT);
-  EXPECT_EQ(suite.GetDeviceMemoryStatistics(0, nullptr), LM_SUITE_BAD_ARGUMENT);
-}
-
 TEST_F(OpenCLStartUp, AnEventPollFiresAfterARealMarkerCompletes) {
   ASSERT_TRUE(device_ && device_->WaitForContext());
   boost::shared_ptr<LM::Event> marker;

@@ -59,24 +59,26 @@ TEST(MemoryPoolReuse, AboveTheLowMarkAPendingBlockIsTakenAndTheQueueOrderedAfter
   EXPECT_EQ(driver.allocations.size(), 3u);
 }
 
+// The ratios are bounds that a block may meet exactly: a block of exactly 3 (or 1.5) times the request is
+// still taken, one byte less of request and it is not.
 TEST(MemoryPoolReuse, AGrownPoolServesOnlyRequestsCloseToTheBlockSize) {
-  // A free 10 MB block beside 20 MB in use: 30 MB in all, against the given marks.
+  // A free 12 MB block beside 20 MB in use: 32 MB in all, against the given marks.
   const auto takesBlock = [](std::uint64_t lowMark, std::uint64_t highMark, std::uint64_t request) {
     DriverScript driver;
     ScriptedPool pool("device", lowMark, highMark, &driver);
     AllocateBytes(pool, 20 * kMB);
-    void* block = AllocateBytes(pool, 10 * kMB);
+    void* block = AllocateBytes(pool, 12 * kMB);
     pool.Release(block, {});
     std::size_t allocated = 0;
     const bool took = AllocateBytes(pool, request, &allocated) == block;
-    EXPECT_EQ(allocated, took ? 10 * kMB : request) << request;
+    EXPECT_EQ(allocated, took ? 12 * kMB : request) << request;
     return took;
   };
-  EXPECT_TRUE(takesBlock(30 * kMB, 100 * kMB, 3 * kMB)) << "within the low mark any request";
-  EXPECT_TRUE(takesBlock(29 * kMB, 100 * kMB, 3495254)) << "above it, 3 x request >= block";
-  EXPECT_FALSE(takesBlock(29 * kMB, 100 * kMB, 3495253));
-  EXPECT_TRUE(takesBlock(10 * kMB, 29 * kMB, 6990507)) << "above the high mark, 1.5 x request >= block";
-  EXPECT_FALSE(takesBlock(10 * kMB, 29 * kMB, 6990506));
+  EXPECT_TRUE(takesBlock(32 * kMB, 100 * kMB, 3 * kMB)) << "within the low mark any request";
+  EXPECT_TRUE(takesBlock(31 * kMB, 100 * kMB, 4 * kMB)) << "above it, a block of exactly 3 x the request";
+  EXPECT_FALSE(takesBlock(31 * kMB, 100 * kMB, 4 * kMB - 1));
+  EXPECT_TRUE(takesBlock(10 * kMB, 31 * kMB, 8 * kMB)) << "above the high mark, exactly 1.5 x the request";
+  EXPECT_FALSE(takesBlock(10 * kMB, 31 * kMB, 8 * kMB - 1));
 }
 
 TEST(MemoryPoolReuse, ReleasesOfUnknownNullOrAlreadyFreeBlocksAreIgnored) {

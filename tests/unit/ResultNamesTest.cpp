@@ -33,7 +33,18 @@ TEST(ResultNames, CUDANamesStopAtTheCodesOurLogsKnow) {
   EXPECT_EQ(names.size(), 27u) << "no name stands for two codes";
 }
 
+// 0 to -12 and -30 to -63 are named, each its own "CL_" name; nothing else is.
 TEST(ResultNames, OpenCLNamesCoverTheTwoStandardRangesOnly) {
+  std::map<std::string, int> seen;
+  for (int code = 0; code >= -63; --code) {
+    const std::string name = LM::OpenCLResultName(code);
+    if (code < -12 && code > -30) {
+      EXPECT_EQ(name, "Unrecognized OpenCL result") << code;
+      continue;
+    }
+    EXPECT_EQ(name.rfind("CL_", 0), 0u) << code;
+    EXPECT_TRUE(seen.emplace(name, code).second) << name << " names both " << seen[name] << " and " << code;
+  }
   EXPECT_STREQ(LM::OpenCLResultName(0), "CL_SUCCESS");
   EXPECT_STREQ(LM::OpenCLResultName(-1), "CL_DEVICE_NOT_FOUND");
   EXPECT_STREQ(LM::OpenCLResultName(-4), "CL_MEM_OBJECT_ALLOCATION_FAILURE");
@@ -43,7 +54,6 @@ TEST(ResultNames, OpenCLNamesCoverTheTwoStandardRangesOnly) {
   EXPECT_STREQ(LM::OpenCLResultName(-46), "CL_INVALID_KERNEL_NAME");
   EXPECT_STREQ(LM::OpenCLResultName(-54), "CL_INVALID_WORK_GROUP_SIZE");
   EXPECT_STREQ(LM::OpenCLResultName(-63), "CL_INVALID_GLOBAL_WORK_SIZE");
-  for (int code = -29; code <= -13; ++code) EXPECT_STREQ(LM::OpenCLResultName(code), "Unrecognized OpenCL result");
   for (int code : {1, 5, -64, -1001, INT_MIN, INT_MAX}) {
     EXPECT_STREQ(LM::OpenCLResultName(code), "Unrecognized OpenCL result") << code;
   }
@@ -51,17 +61,6 @@ TEST(ResultNames, OpenCLNamesCoverTheTwoStandardRangesOnly) {
 
 TEST(ResultNames, TheBuildFailureKeepsItsLoggedSpelling) {
   EXPECT_STREQ(LM::OpenCLResultName(-11), "CL_SUCL_BUILD_PROGRAM_FAILURECCESS");
-}
-
-TEST(ResultNames, EveryOpenCLNameIsDistinctAndWellFormed) {
-  std::map<std::string, int> seen;
-  for (int code = 0; code >= -63; --code) {
-    const std::string name = LM::OpenCLResultName(code);
-    if (name == "Unrecognized OpenCL result") continue;
-    EXPECT_EQ(name.rfind("CL_", 0), 0u) << code;
-    EXPECT_TRUE(seen.emplace(name, code).second) << name << " names both " << seen[name] << " and " << code;
-  }
-  EXPECT_EQ(seen.size(), 13u + 34u);
 }
 
 }  // namespace

@@ -89,18 +89,6 @@ TEST(HostPixelFormatTable, FieldsAndSizesMatchTheNamesAndEachFormatIsUnique) {
   EXPECT_EQ(codes.count(zmt::kPixelFormatName_Bad), 0u);
 }
 
-TEST(HostPixelFormatTable, GpuFormatsKeepTheirFixedWords) {
-  const std::pair<zmt::PixelFormat, zmt::PixelFormat> gpu[] = {
-      {zmt::kPixelFormat_GPU_BGRA_4444_16f, {0x61444340u, 0x00040096u}},
-      {zmt::kPixelFormat_GPU_BGRX_4444_16f, {0x78444340u, 0x00040196u}},
-      {zmt::kPixelFormat_GPU_BGRA_4444_32f, {0x41444340u, 0x0004009Au}},
-      {zmt::kPixelFormat_GPU_BGRX_4444_32f, {0x58444340u, 0x0004019Au}}};
-  for (const auto& format : gpu) {
-    EXPECT_TRUE(format.first == format.second) << std::hex << format.second.code;
-    EXPECT_NE(zmt::FindPixelFormatInfo(format.second), nullptr) << std::hex << format.second.code;
-  }
-}
-
 TEST(HostPixelFormatSize, PackedPlanarAndOutOfRangeSizes) {
   EXPECT_EQ(zmt::PixelFormatSize(zmt::kPixelFormat_UYVY_422_8u, 1, 1), 4u);
   EXPECT_EQ(zmt::PixelFormatSize(zmt::kPixelFormat_YUYV_422_8u_709, 3, 2), 16u);
