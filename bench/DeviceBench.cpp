@@ -4,6 +4,8 @@
 // an OpenCL device on the CPU the machine's memcpy (MemcpyBench.cpp). The program starts the library as a
 // host would and links no fake driver, so the GPU bundle runs it as it is. After the runs it prints one
 // SUMMARY line per operation: its bytes per second and its ratio to its device's reference.
+#include "DeviceBench.h"
+
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 #include <zelcore/Debug.h>
@@ -15,7 +17,6 @@
 #include <string>
 #include <vector>
 
-#include "DeviceBench.h"
 #include "Lumora/Device.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Lifecycle.h"
@@ -51,7 +52,7 @@ const Operation kOperations[] = {
     {"MemcpyDtoD", 2,
      [](const boost::shared_ptr<LM::Device>&, void* source, void* destination) {
        const CUresult result = LM::CUDA.cuMemcpyDtoD(reinterpret_cast<std::uintptr_t>(destination),
-                                                      reinterpret_cast<std::uintptr_t>(source), kFrameBytes);
+                                                     reinterpret_cast<std::uintptr_t>(source), kFrameBytes);
        return result == CUDA_SUCCESS ? LM::kResultSuccess : LM::kResultFailed;
      },
      true},
@@ -59,7 +60,8 @@ const Operation kOperations[] = {
 
 // Each iteration's time is the device's: between two events of its queue on CUDA; on OpenCL, whose events
 // time nothing unless the queue profiles, the wall time until the work has finished.
-void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& device, const Operation& operation) {
+void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& device,
+                 const Operation& operation) {
   const LM::ExclusiveAccess access(*device);
   const boost::shared_ptr<LM::MemoryManager> pool = device->GetDeviceMemory();
   const boost::shared_ptr<LM::CommandQueue> queue = device->GetCommandQueue();
@@ -83,7 +85,8 @@ void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& d
       state.SetIterationTime(start->ElapsedTime(end) / 1000.0);
     } else {
       end->Wait();
-      state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count());
+      state.SetIterationTime(
+          std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count());
     }
   }
   if (result != LM::kResultSuccess) state.SkipWithError(("result " + std::to_string(result)).c_str());
@@ -125,9 +128,11 @@ class SummaryReporter : public benchmark::ConsoleReporter {
   void PrintSummary(const std::vector<boost::shared_ptr<LM::Device>>& devices) const {
     for (const boost::shared_ptr<LM::Device>& device : devices) {
       const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
-      const std::string tag = std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
+      const std::string tag =
+          std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
       const std::vector<std::string> references =
-          cuda ? std::vector<std::string>{"BM_MemcpyDtoD/" + tag} : std::vector<std::string>{"BM_MemcpyAllCores", "BM_Memcpy"};
+          cuda ? std::vector<std::string>{"BM_MemcpyDtoD/" + tag}
+               : std::vector<std::string>{"BM_MemcpyAllCores", "BM_Memcpy"};
       for (const Operation& operation : kOperations) {
         if (operation.cudaOnly) continue;
         const auto rate = rates_.find(std::string("BM_") + operation.name + "/" + tag);
@@ -142,13 +147,13 @@ class SummaryReporter : public benchmark::ConsoleReporter {
           if (found == rates_.end() || found->second <= 0) {
             std::snprintf(text, sizeof text, "  %s not measured", reference.c_str());
           } else {
-            std::snprintf(text, sizeof text, "  %5.0f%% of %s (%.1f GB/s)", 100.0 * rate->second / found->second,
-                          reference.c_str(), found->second / 1e9);
+            std::snprintf(text, sizeof text, "  %5.0f%% of %s (%.1f GB/s)",
+                          100.0 * rate->second / found->second, reference.c_str(), found->second / 1e9);
           }
           ratios += text;
         }
-        std::printf("SUMMARY bandwidth %-9s %-20s %8.1f GB/s%s\n", tag.c_str(), operation.name, rate->second / 1e9,
-                    ratios.c_str());
+        std::printf("SUMMARY bandwidth %-9s %-20s %8.1f GB/s%s\n", tag.c_str(), operation.name,
+                    rate->second / 1e9, ratios.c_str());
       }
     }
     std::fflush(stdout);
@@ -172,13 +177,13 @@ int main(int argc, char** argv) {
     if (!device || !device->IsQualified() || !device->WaitForContext()) continue;
     devices.push_back(device);
     const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
-    const std::string tag = std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
+    const std::string tag =
+        std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
     for (const Operation& operation : kOperations) {
       if (operation.cudaOnly && !cuda) continue;
-      benchmark::RegisterBenchmark((std::string("BM_") + operation.name + "/" + tag).c_str(),
-                                   [device, &operation](benchmark::State& state) {
-                                     RunOnDevice(state, device, operation);
-                                   })
+      benchmark::RegisterBenchmark(
+          (std::string("BM_") + operation.name + "/" + tag).c_str(),
+          [device, &operation](benchmark::State& state) { RunOnDevice(state, device, operation); })
           ->Unit(benchmark::kMillisecond)
           ->UseManualTime();
     }

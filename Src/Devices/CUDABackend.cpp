@@ -28,7 +28,9 @@ std::atomic<bool> moduleLoadFailuresSilenced{false};
 // The source name that module load failures are reported under.
 constexpr char kModuleManagerSource[] = "..\\..\\Src\\ModuleManager";
 
-CUdeviceptr Address(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
+CUdeviceptr Address(const void* pointer) {
+  return reinterpret_cast<std::uintptr_t>(pointer);
+}
 
 unsigned int AlignUp(unsigned int offset, unsigned int alignment) {
   return (offset + alignment - 1) / alignment * alignment;
@@ -46,9 +48,9 @@ CUresult SetValue(CUfunction kernel, unsigned int& offset, const void* value, un
 }  // namespace
 
 int CUDATextureFormat::TexelBytes() const {
-  const int channelBytes = format == CU_AD_FORMAT_UNSIGNED_INT8                                  ? 1
+  const int channelBytes = format == CU_AD_FORMAT_UNSIGNED_INT8                                   ? 1
                            : format == CU_AD_FORMAT_UNSIGNED_INT16 || format == CU_AD_FORMAT_HALF ? 2
-                                                                                                   : 4;
+                                                                                                  : 4;
   return channelBytes * static_cast<int>(channels);
 }
 
@@ -76,7 +78,8 @@ CUDABackend::~CUDABackend() {
 std::vector<CUdevice> CUDABackend::EnumerateDevices() {
   std::vector<CUdevice> devices;
   int count = 0;
-  if (CUDA.cuDeviceGetCount == nullptr || CUDA.cuDeviceGetCount(&count) != CUDA_SUCCESS || count <= 0) return devices;
+  if (CUDA.cuDeviceGetCount == nullptr || CUDA.cuDeviceGetCount(&count) != CUDA_SUCCESS || count <= 0)
+    return devices;
   for (int ordinal = 0; ordinal < count; ++ordinal) {
     CUdevice device = 0;
     if (CUDA.cuDeviceGet(&device, ordinal) == CUDA_SUCCESS) devices.push_back(device);
@@ -86,13 +89,14 @@ std::vector<CUdevice> CUDABackend::EnumerateDevices() {
 
 bool CUDABackend::ReadIdentity(CUdevice device, CUDADeviceIdentity& identity) {
   int driverVersion = 1000;
-  if (CUDA.cuDriverGetVersion != nullptr && CUDA.cuDriverGetVersion(&driverVersion) != CUDA_SUCCESS) return false;
+  if (CUDA.cuDriverGetVersion != nullptr && CUDA.cuDriverGetVersion(&driverVersion) != CUDA_SUCCESS)
+    return false;
   identity.driverVersion = driverVersion / 1000.0;
 
   int major = 0;
   int minor = 0;
-  if (CUDA.cuDeviceComputeCapability(&major, &minor, device) != CUDA_SUCCESS || major == kEmulationCapability ||
-      minor == kEmulationCapability) {
+  if (CUDA.cuDeviceComputeCapability(&major, &minor, device) != CUDA_SUCCESS ||
+      major == kEmulationCapability || minor == kEmulationCapability) {
     return false;
   }
   identity.computeCapability = CapabilityFromVersion(major, minor);
@@ -111,7 +115,9 @@ bool CUDABackend::ReadIdentity(CUdevice device, CUDADeviceIdentity& identity) {
   return true;
 }
 
-void* CUDABackend::DeviceHandle() const { return reinterpret_cast<void*>(static_cast<std::intptr_t>(device_)); }
+void* CUDABackend::DeviceHandle() const {
+  return reinterpret_cast<void*>(static_cast<std::intptr_t>(device_));
+}
 
 // cuGLCtxCreate shares with the OpenGL context current on this thread: the device's hidden one.
 bool CUDABackend::CreateContext(const OffscreenGLContext&, bool headless) {
@@ -155,14 +161,13 @@ boost::shared_ptr<CommandQueue> CUDABackend::CreateCommandQueue(bool) {
   return queue->Valid() ? queue : boost::shared_ptr<CommandQueue>();
 }
 
-boost::shared_ptr<PooledMemoryManager> CUDABackend::CreateMemoryManager(bool deviceMemory, const char* name,
-                                                                        const PoolFigures& figures,
-                                                                        unsigned int ordinal,
-                                                                        const boost::weak_ptr<CommandQueue>& queue) {
+boost::shared_ptr<PooledMemoryManager> CUDABackend::CreateMemoryManager(
+    bool deviceMemory, const char* name, const PoolFigures& figures, unsigned int ordinal,
+    const boost::weak_ptr<CommandQueue>& queue) {
   return deviceMemory ? CreateCUDADeviceMemoryManager(name, figures.frameCacheLimit, figures.lowMark,
                                                       figures.highMark, ordinal, queue)
-                      : CreateCUDAHostMemoryManager(name, figures.frameCacheLimit, figures.lowMark, figures.highMark,
-                                                    ordinal, queue);
+                      : CreateCUDAHostMemoryManager(name, figures.frameCacheLimit, figures.lowMark,
+                                                    figures.highMark, ordinal, queue);
 }
 
 void* CUDABackend::LoadModule(const std::string& name, const std::string& image) {
@@ -182,7 +187,8 @@ void CUDABackend::UnloadModule(void* module) {
 
 void* CUDABackend::FindKernel(void* module, const char* name) {
   CUfunction function = nullptr;
-  if (CUDA.cuModuleGetFunction(&function, static_cast<CUmodule>(module), name) != CUDA_SUCCESS) return nullptr;
+  if (CUDA.cuModuleGetFunction(&function, static_cast<CUmodule>(module), name) != CUDA_SUCCESS)
+    return nullptr;
   return function;
 }
 
@@ -219,7 +225,8 @@ int CUDABackend::SetKernelArguments(void* kernel, const KernelArgument* argument
 
 int CUDABackend::PreferSharedMemory(void* kernel) {
   if (CUDA.cuFuncSetCacheConfig == nullptr) return kResultFailed;
-  return MapCUDAResult(CUDA.cuFuncSetCacheConfig(static_cast<CUfunction>(kernel), CU_FUNC_CACHE_PREFER_SHARED));
+  return MapCUDAResult(
+      CUDA.cuFuncSetCacheConfig(static_cast<CUfunction>(kernel), CU_FUNC_CACHE_PREFER_SHARED));
 }
 
 void* CUDABackend::PrepareTextureReference(void* module, const char* name, CUaddress_mode addressMode,
@@ -244,9 +251,13 @@ std::uint32_t CUDABackend::Attribute(CUdevice_attribute attribute) {
   return static_cast<std::uint32_t>(value);
 }
 
-std::uint32_t CUDABackend::TextureAlignment() { return Attribute(CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT); }
+std::uint32_t CUDABackend::TextureAlignment() {
+  return Attribute(CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT);
+}
 
-std::uint32_t CUDABackend::TexturePitchAlignment() { return Attribute(CU_DEVICE_ATTRIBUTE_TEXTURE_PITCH_ALIGNMENT); }
+std::uint32_t CUDABackend::TexturePitchAlignment() {
+  return Attribute(CU_DEVICE_ATTRIBUTE_TEXTURE_PITCH_ALIGNMENT);
+}
 
 int CUDABackend::BindTextureReference(void* reference, const TextureBinding& binding) {
   const CUDATextureFormat bound = CUDATextureFormatOf(binding.format);
@@ -259,10 +270,13 @@ int CUDABackend::BindTextureReference(void* reference, const TextureBinding& bin
                                                  Address(binding.address), binding.pitch));
 }
 
-int CUDABackend::CreateImage(PixelFormat, int, int, boost::shared_ptr<void>*) { return kResultFailed; }
+int CUDABackend::CreateImage(PixelFormat, int, int, boost::shared_ptr<void>*) {
+  return kResultFailed;
+}
 
-int CUDABackend::CopyRows(const void* source, std::size_t sourcePitch, void* destination, std::size_t destinationPitch,
-                          std::size_t rowBytes, std::size_t height, CommandQueue& queue) {
+int CUDABackend::CopyRows(const void* source, std::size_t sourcePitch, void* destination,
+                          std::size_t destinationPitch, std::size_t rowBytes, std::size_t height,
+                          CommandQueue& queue) {
   CUDA_MEMCPY2D copy = {};
   copy.srcMemoryType = CU_MEMORYTYPE_DEVICE;
   copy.srcDevice = Address(source);
@@ -290,12 +304,14 @@ CUmodule LoadCUDAModule(const std::string& name, const std::string& image) {
   if (result == CUDA_SUCCESS) return module;
   if (!moduleLoadFailuresSilenced.load()) {
     ReportFailure(LM_SITE_SILENCE_FLAG(), "result == CUDA_SUCCESS",
-                  "Failed to load module: " + name + ", error: " + CUDAResultName(result), kModuleManagerSource,
-                  __LINE__, "LM::LoadCUDAModule");
+                  "Failed to load module: " + name + ", error: " + CUDAResultName(result),
+                  kModuleManagerSource, __LINE__, "LM::LoadCUDAModule");
   }
   return nullptr;
 }
 
-void SetModuleLoadFailuresSilenced(bool silenced) { moduleLoadFailuresSilenced = silenced; }
+void SetModuleLoadFailuresSilenced(bool silenced) {
+  moduleLoadFailuresSilenced = silenced;
+}
 
 }  // namespace LM

@@ -37,16 +37,16 @@ class CUDABackend : public DeviceBackend {
   void ReleaseCurrent() override;
   bool Finish(CommandQueue* queue) override;
   boost::shared_ptr<CommandQueue> CreateCommandQueue(bool profile) override;
-  boost::shared_ptr<PooledMemoryManager> CreateMemoryManager(bool deviceMemory, const char* name,
-                                                             const PoolFigures& figures, unsigned int ordinal,
-                                                             const boost::weak_ptr<CommandQueue>& queue) override;
+  boost::shared_ptr<PooledMemoryManager> CreateMemoryManager(
+      bool deviceMemory, const char* name, const PoolFigures& figures, unsigned int ordinal,
+      const boost::weak_ptr<CommandQueue>& queue) override;
   void* LoadModule(const std::string& name, const std::string& image) override;
   void UnloadModule(void* module) override;
   void* FindKernel(void* module, const char* name) override;
   int SetKernelArguments(void* kernel, const KernelArgument* arguments, std::size_t count) override;
   int PreferSharedMemory(void* kernel) override;
-  void* PrepareTextureReference(void* module, const char* name, CUaddress_mode addressMode, CUfilter_mode filterMode,
-                                PixelFormat format) override;
+  void* PrepareTextureReference(void* module, const char* name, CUaddress_mode addressMode,
+                                CUfilter_mode filterMode, PixelFormat format) override;
   std::uint32_t TextureAlignment() override;
   std::uint32_t TexturePitchAlignment() override;
   int BindTextureReference(void* reference, const TextureBinding& binding) override;

@@ -1,8 +1,9 @@
 #include "Devices/Configuration.h"
 
+#include <zelcore/Debug.h>
+
 #include <sstream>
 #include <string>
-#include <zelcore/Debug.h>
 
 namespace LM {
 
@@ -17,6 +18,8 @@ bool ReadDebugSwitch(const char* key) {
   return false;
 }
 
-bool IsOpenCLEnabled() { return ReadDebugSwitch("LM.EnableOpenCL"); }
+bool IsOpenCLEnabled() {
+  return ReadDebugSwitch("LM.EnableOpenCL");
+}
 
 }  // namespace LM

@@ -1,11 +1,12 @@
 #include "Lumora/Device.h"
 
 #include <HQX/Headless.h>
+#include <zelcore/Utility.h>
+
 #include <algorithm>
 #include <atomic>
 #include <boost/make_shared.hpp>
 #include <cstdio>
-#include <zelcore/Utility.h>
 
 #include "Devices/Configuration.h"
 #include "Devices/DeviceImpl.h"
@@ -43,7 +44,8 @@ void AttachMemoryManager(DeviceBackend& backend, bool deviceMemory, const char* 
 
 }  // namespace
 
-Device::Device(DeviceFramework framework, unsigned int frameworkIndex, unsigned int registryIndex, DeviceImpl* impl)
+Device::Device(DeviceFramework framework, unsigned int frameworkIndex, unsigned int registryIndex,
+               DeviceImpl* impl)
     : frameworkIndex_(frameworkIndex), registryIndex_(registryIndex), framework_(framework), impl_(impl) {}
 
 Device::~Device() {
@@ -61,16 +63,30 @@ Device::~Device() {
   DestroyOffscreenGLContext(impl_->openGL);
 }
 
-DeviceBackend& BackendOf(const Device& device) { return *device.impl_->backend; }
+DeviceBackend& BackendOf(const Device& device) {
+  return *device.impl_->backend;
+}
 
-std::uint64_t Device::GetContextIdentity() const { return impl_->contextIdentity.load(std::memory_order_acquire); }
+std::uint64_t Device::GetContextIdentity() const {
+  return impl_->contextIdentity.load(std::memory_order_acquire);
+}
 
-void* Device::GetPlatformHandle() const { return impl_->backend->PlatformHandle(); }
-void* Device::GetDeviceHandle() const { return impl_->backend->DeviceHandle(); }
-void* Device::GetContextHandle() const { return impl_->backend->ContextHandle(); }
+void* Device::GetPlatformHandle() const {
+  return impl_->backend->PlatformHandle();
+}
+void* Device::GetDeviceHandle() const {
+  return impl_->backend->DeviceHandle();
+}
+void* Device::GetContextHandle() const {
+  return impl_->backend->ContextHandle();
+}
 
-void* Device::GetOffscreenOpenGLContextHandle() const { return impl_->openGL.renderingContext; }
-void* Device::GetOffscreenOpenGLDeviceHandle() const { return impl_->openGL.deviceContext; }
+void* Device::GetOffscreenOpenGLContextHandle() const {
+  return impl_->openGL.renderingContext;
+}
+void* Device::GetOffscreenOpenGLDeviceHandle() const {
+  return impl_->openGL.deviceContext;
+}
 
 boost::shared_ptr<zelcore::threads::AsyncExecutor> Device::GetExecutor() {
   boost::mutex::scoped_lock lock(impl_->executorMutex);
@@ -79,8 +95,8 @@ boost::shared_ptr<zelcore::threads::AsyncExecutor> Device::GetExecutor() {
     std::snprintf(name, sizeof name, "GPU Executor %02u", frameworkIndex_ + 1);
     // Work on the executor takes the device's exclusive access itself when it needs the context, so its
     // thread needs no set-up of its own.
-    impl_->executor = zelcore::threads::CreateAsyncThreadedExecutor(name, 1, kExecutorPriority,
-                                                                    boost::function<void()>());
+    impl_->executor =
+        zelcore::threads::CreateAsyncThreadedExecutor(name, 1, kExecutorPriority, boost::function<void()>());
   }
   return impl_->executor;
 }
@@ -144,7 +160,8 @@ void* Device::FindModule(std::string name) {
   const std::size_t separator = name.find_last_of("/\\");
   if (separator != std::string::npos) name.erase(0, separator + 1);
   const std::string extension = ".cpp";
-  if (name.size() >= extension.size() && name.compare(name.size() - extension.size(), extension.size(), extension) == 0) {
+  if (name.size() >= extension.size() &&
+      name.compare(name.size() - extension.size(), extension.size(), extension) == 0) {
     name.erase(name.size() - extension.size());
   }
   auto loaded = impl_->modules.find(name);
@@ -152,7 +169,8 @@ void* Device::FindModule(std::string name) {
   // The image is copied out so that the registry's lock is not held while the module compiles. A name
   // without an image, or with an empty one, gives null without a message.
   std::string image;
-  if (!LookUpModuleImage(framework_, vendor_, computeCapability_, name, image) || image.empty()) return nullptr;
+  if (!LookUpModuleImage(framework_, vendor_, computeCapability_, name, image) || image.empty())
+    return nullptr;
   void* module = impl_->backend->LoadModule(name, image);
   if (module != nullptr) impl_->modules[name] = module;
   return module;
@@ -188,12 +206,16 @@ void Device::InitializeContext() {
   backend.ReleaseCurrent();
 
   if (backend.CreateContext(impl_->openGL, headless)) {
-    const std::uint64_t hostBase = std::min<std::uint64_t>(zelcore::utility::TotalPhysicalMemory(), kHostPoolBaseCap);
-    const PoolFigures deviceFigures = {Fraction(totalMemory_, 0.2f), Fraction(totalMemory_, headless ? 0.4f : 0.5f),
+    const std::uint64_t hostBase =
+        std::min<std::uint64_t>(zelcore::utility::TotalPhysicalMemory(), kHostPoolBaseCap);
+    const PoolFigures deviceFigures = {Fraction(totalMemory_, 0.2f),
+                                       Fraction(totalMemory_, headless ? 0.4f : 0.5f),
                                        Fraction(totalMemory_, headless ? 0.6f : 0.75f)};
-    const PoolFigures hostFigures = {Fraction(hostBase, 0.025f), Fraction(hostBase, 0.05f), Fraction(hostBase, 0.1f)};
+    const PoolFigures hostFigures = {Fraction(hostBase, 0.025f), Fraction(hostBase, 0.05f),
+                                     Fraction(hostBase, 0.1f)};
     commandQueue_ = backend.CreateCommandQueue(profileKernels_);
-    AttachMemoryManager(backend, true, "device", frameworkIndex_, commandQueue_, deviceFigures, deviceMemory_);
+    AttachMemoryManager(backend, true, "device", frameworkIndex_, commandQueue_, deviceFigures,
+                        deviceMemory_);
     AttachMemoryManager(backend, false, "host", frameworkIndex_, commandQueue_, hostFigures, hostMemory_);
   }
   impl_->contextIdentity.store(NextContextIdentity(), std::memory_order_release);

@@ -81,10 +81,9 @@ class DeviceBackend {
 
   // The command queue and the pools of the current context; null when they cannot be made.
   virtual boost::shared_ptr<CommandQueue> CreateCommandQueue(bool profile) = 0;
-  virtual boost::shared_ptr<PooledMemoryManager> CreateMemoryManager(bool deviceMemory, const char* name,
-                                                                     const PoolFigures& figures,
-                                                                     unsigned int ordinal,
-                                                                     const boost::weak_ptr<CommandQueue>& queue) = 0;
+  virtual boost::shared_ptr<PooledMemoryManager> CreateMemoryManager(
+      bool deviceMemory, const char* name, const PoolFigures& figures, unsigned int ordinal,
+      const boost::weak_ptr<CommandQueue>& queue) = 0;
 
   // A module from its image (PTX text or an OpenCL program's text) in the current context; null when it
   // cannot be loaded. Unloading checks its result and otherwise ignores a failure.
@@ -111,8 +110,9 @@ class DeviceBackend {
   // work already queued on the image outlives); a result code.
   virtual int CreateImage(PixelFormat format, int width, int height, boost::shared_ptr<void>* holder) = 0;
   // Copies `height` rows of `rowBytes` bytes between pitched device buffers on the queue; a result code.
-  virtual int CopyRows(const void* source, std::size_t sourcePitch, void* destination, std::size_t destinationPitch,
-                       std::size_t rowBytes, std::size_t height, CommandQueue& queue) = 0;
+  virtual int CopyRows(const void* source, std::size_t sourcePitch, void* destination,
+                       std::size_t destinationPitch, std::size_t rowBytes, std::size_t height,
+                       CommandQueue& queue) = 0;
 };
 
 // The backend of a device, for the library's own layers (devices and above).

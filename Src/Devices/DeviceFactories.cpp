@@ -28,7 +28,8 @@ double CapabilityFromVersion(int major, int minor) {
 
 double ParseVersionText(const std::string& text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (!std::isdigit(static_cast<unsigned char>(text[i])) || (i > 0 && std::isdigit(static_cast<unsigned char>(text[i - 1])))) {
+    if (!std::isdigit(static_cast<unsigned char>(text[i])) ||
+        (i > 0 && std::isdigit(static_cast<unsigned char>(text[i - 1])))) {
       continue;
     }
     std::size_t end = i;
@@ -36,7 +37,9 @@ double ParseVersionText(const std::string& text) {
     while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) && major < 100000) {
       major = major * 10 + (text[end++] - '0');
     }
-    if (end + 1 >= text.size() || text[end] != '.' || !std::isdigit(static_cast<unsigned char>(text[end + 1]))) continue;
+    if (end + 1 >= text.size() || text[end] != '.' ||
+        !std::isdigit(static_cast<unsigned char>(text[end + 1])))
+      continue;
     ++end;
     int minor = 0;
     while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) && minor < 100000) {
@@ -47,7 +50,8 @@ double ParseVersionText(const std::string& text) {
   return -1.0;
 }
 
-boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned int registryIndex, int cudaDevice) {
+boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned int registryIndex,
+                                         int cudaDevice) {
   CUDADeviceIdentity identity;
   if (!CUDABackend::ReadIdentity(cudaDevice, identity)) return boost::shared_ptr<Device>();
   boost::shared_ptr<Device> device(new Device(kDeviceFramework_CUDA, frameworkIndex, registryIndex,
@@ -61,8 +65,8 @@ boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned i
 
 // Its compute capability is the OpenCL version of the device ("OpenCL 3.0 ..." gives 3.0), its driver version
 // the number at the start of the driver's version text.
-boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned int registryIndex, void* platform,
-                                         void* clDevice) {
+boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned int registryIndex,
+                                         void* platform, void* clDevice) {
   const cl_device_id id = static_cast<cl_device_id>(clDevice);
   OpenCLDeviceIdentity identity;
   if (!OpenCLBackend::ReadIdentity(id, identity)) return boost::shared_ptr<Device>();

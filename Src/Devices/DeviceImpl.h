@@ -1,15 +1,16 @@
 // The lock, module and framework state of a Device.
 #pragma once
 
+#include <zelcore/Threads.h>
+
+#include <atomic>
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
-#include <zelcore/Threads.h>
 
 #include "Devices/DeviceBackend.h"
 #include "Modules/ModuleRegistry.h"

@@ -1,12 +1,13 @@
 #include "Devices/DeviceSuite.h"
 
 #include <TQ/Suites.h>
+
 #include <exception>
 
+#include "Devices/DeviceBackend.h"
 #include "Lumora/Device.h"
 #include "Lumora/Lifecycle.h"
 #include "Lumora/Qualification.h"
-#include "Devices/DeviceBackend.h"
 
 namespace LM {
 
@@ -159,7 +160,9 @@ const LM_DeviceSuite kSuite = {
 
 }  // namespace
 
-const LM_DeviceSuite& DeviceSuiteTable() { return kSuite; }
+const LM_DeviceSuite& DeviceSuiteTable() {
+  return kSuite;
+}
 
 void RegisterDeviceSuite() {
   TQ::RegisterSuite(LM_DEVICE_SUITE_NAME, LM_DEVICE_SUITE_VERSION, &kSuite, sizeof kSuite);

@@ -1,7 +1,7 @@
 // Event polling: one slot per device (framework × 4 + the device's index in its framework), each with a list
 // of pending (event, callback) pairs and a queue-only-once task on the device's executor that walks the list,
 // runs the callbacks of completed events after the walk, and queues itself again while entries remain.
-#include "Lumora/EventPoll.h"
+#include <zelcore/Threads.h>
 
 #include <boost/bind/bind.hpp>
 #include <boost/make_shared.hpp>
@@ -10,9 +10,9 @@
 #include <mutex>
 #include <utility>
 #include <vector>
-#include <zelcore/Threads.h>
 
 #include "Lumora/Device.h"
+#include "Lumora/EventPoll.h"
 
 namespace LM {
 

@@ -2,19 +2,20 @@
 #include "Lumora/Lifecycle.h"
 
 #include <OXR/CriticalSection.h>
-#include <boost/bind/bind.hpp>
-#include <set>
-#include <vector>
 #include <zelcore/Threads.h>
 #include <zelmediatypes/PixelFormatTable.h>
 
+#include <boost/bind/bind.hpp>
+#include <set>
+#include <vector>
+
+#include "Devices/CUDABackend.h"
 #include "Devices/Configuration.h"
 #include "Devices/DeviceSuite.h"
+#include "Devices/OpenCLBackend.h"
 #include "Lumora/Device.h"
 #include "Lumora/PixelFormats.h"
 #include "Lumora/Qualification.h"
-#include "Devices/CUDABackend.h"
-#include "Devices/OpenCLBackend.h"
 #include "Runtime/CUDADriverTable.h"
 
 namespace LM {
@@ -60,7 +61,8 @@ void EnumerateCUDADevices(std::vector<boost::shared_ptr<Device>>& registry) {
 // OpenCL devices by platform, then by device: GPUs, and with "LM.OpenCLIncludeCPUDevices" CPU devices too.
 void EnumerateOpenCLDevices(std::vector<boost::shared_ptr<Device>>& registry) {
   unsigned int accepted = 0;
-  for (const auto& [platform, id] : OpenCLBackend::EnumerateDevices(ReadDebugSwitch("LM.OpenCLIncludeCPUDevices"))) {
+  for (const auto& [platform, id] :
+       OpenCLBackend::EnumerateDevices(ReadDebugSwitch("LM.OpenCLIncludeCPUDevices"))) {
     boost::shared_ptr<Device> device =
         Device::Create(accepted, static_cast<unsigned int>(registry.size()), platform, id);
     if (!device) continue;
@@ -119,7 +121,9 @@ void Terminate() {
   library.initializeCount = 0;
 }
 
-unsigned int GetDeviceCount() { return static_cast<unsigned int>(TheLibrary().registry.size()); }
+unsigned int GetDeviceCount() {
+  return static_cast<unsigned int>(TheLibrary().registry.size());
+}
 
 boost::shared_ptr<Device> GetDevice(unsigned int index) {
   const std::vector<boost::shared_ptr<Device>>& registry = TheLibrary().registry;
@@ -136,7 +140,8 @@ boost::shared_ptr<Device> GetPrimaryDevice(DeviceFramework framework) {
 // A listed card is present that only its driver holds back.
 bool RequiresUpdatedDriver() {
   for (const boost::shared_ptr<Device>& device : TheLibrary().registry) {
-    if (!device->IsQualified() && !MeetsMinimumDriverRequirements(device) && MatchesNamedCardList(device)) return true;
+    if (!device->IsQualified() && !MeetsMinimumDriverRequirements(device) && MatchesNamedCardList(device))
+      return true;
   }
   return false;
 }

@@ -60,7 +60,8 @@ std::vector<std::pair<cl_platform_id, cl_device_id>> OpenCLBackend::EnumerateDev
   if (clGetPlatformIDs(0, nullptr, &platformCount) != CL_SUCCESS || platformCount == 0) return found;
   std::vector<cl_platform_id> platforms(platformCount);
   if (clGetPlatformIDs(platformCount, platforms.data(), nullptr) != CL_SUCCESS) return found;
-  const cl_device_type types = includeCPUDevices ? (CL_DEVICE_TYPE_GPU | CL_DEVICE_TYPE_CPU) : CL_DEVICE_TYPE_GPU;
+  const cl_device_type types =
+      includeCPUDevices ? (CL_DEVICE_TYPE_GPU | CL_DEVICE_TYPE_CPU) : CL_DEVICE_TYPE_GPU;
   for (cl_platform_id platform : platforms) {
     cl_uint deviceCount = 0;
     if (clGetDeviceIDs(platform, types, 0, nullptr, &deviceCount) != CL_SUCCESS || deviceCount == 0) continue;
@@ -79,8 +80,9 @@ bool OpenCLBackend::ReadIdentity(cl_device_id device, OpenCLDeviceIdentity& iden
   std::string vendor, deviceVersion, driverVersion;
   if (!ReadValue(device, CL_DEVICE_AVAILABLE, available) || available != CL_TRUE ||
       !ReadValue(device, CL_DEVICE_IMAGE_SUPPORT, images) || images != CL_TRUE ||
-      !ReadValue(device, CL_DEVICE_TYPE, type) || !ReadValue(device, CL_DEVICE_GLOBAL_MEM_SIZE, memory) || !ReadText(device, CL_DEVICE_NAME, identity.name) ||
-      !ReadText(device, CL_DEVICE_VENDOR, vendor) || !ReadText(device, CL_DEVICE_VERSION, deviceVersion) ||
+      !ReadValue(device, CL_DEVICE_TYPE, type) || !ReadValue(device, CL_DEVICE_GLOBAL_MEM_SIZE, memory) ||
+      !ReadText(device, CL_DEVICE_NAME, identity.name) || !ReadText(device, CL_DEVICE_VENDOR, vendor) ||
+      !ReadText(device, CL_DEVICE_VERSION, deviceVersion) ||
       !ReadText(device, CL_DRIVER_VERSION, driverVersion)) {
     return false;
   }
@@ -113,9 +115,13 @@ bool OpenCLBackend::CreateContext(const OffscreenGLContext& openGL, bool headles
   cl_context context = nullptr;
   if (!headless && openGL.renderingContext != nullptr) {
     const cl_context_properties sharedProperties[] = {
-        CL_CONTEXT_PLATFORM, reinterpret_cast<cl_context_properties>(platform_),
-        CL_GL_CONTEXT_KHR, reinterpret_cast<cl_context_properties>(openGL.renderingContext),
-        kOpenGLDisplayProperty, reinterpret_cast<cl_context_properties>(openGL.deviceContext), 0};
+        CL_CONTEXT_PLATFORM,
+        reinterpret_cast<cl_context_properties>(platform_),
+        CL_GL_CONTEXT_KHR,
+        reinterpret_cast<cl_context_properties>(openGL.renderingContext),
+        kOpenGLDisplayProperty,
+        reinterpret_cast<cl_context_properties>(openGL.deviceContext),
+        0};
     // Sharing is tried first and may fail (a runtime without OpenGL interoperation): then without.
     context = clCreateContext(sharedProperties, 1, &device_, nullptr, nullptr, &result);
   }
@@ -138,12 +144,11 @@ boost::shared_ptr<CommandQueue> OpenCLBackend::CreateCommandQueue(bool profile) 
   return queue->Valid() ? queue : boost::shared_ptr<CommandQueue>();
 }
 
-boost::shared_ptr<PooledMemoryManager> OpenCLBackend::CreateMemoryManager(bool deviceMemory, const char* name,
-                                                                          const PoolFigures& figures,
-                                                                          unsigned int ordinal,
-                                                                          const boost::weak_ptr<CommandQueue>& queue) {
-  return deviceMemory ? CreateOpenCLDeviceMemoryManager(context_, name, figures.frameCacheLimit, figures.lowMark,
-                                                        figures.highMark, ordinal, queue)
+boost::shared_ptr<PooledMemoryManager> OpenCLBackend::CreateMemoryManager(
+    bool deviceMemory, const char* name, const PoolFigures& figures, unsigned int ordinal,
+    const boost::weak_ptr<CommandQueue>& queue) {
+  return deviceMemory ? CreateOpenCLDeviceMemoryManager(context_, name, figures.frameCacheLimit,
+                                                        figures.lowMark, figures.highMark, ordinal, queue)
                       : CreateOpenCLHostMemoryManager(name, figures.frameCacheLimit, figures.lowMark,
                                                       figures.highMark, ordinal, queue);
 }
@@ -199,13 +204,17 @@ int OpenCLBackend::SetKernelArguments(void* kernel, const KernelArgument* argume
 }
 
 // OpenCL kernels state their local memory themselves.
-int OpenCLBackend::PreferSharedMemory(void*) { return kResultSuccess; }
+int OpenCLBackend::PreferSharedMemory(void*) {
+  return kResultSuccess;
+}
 
 // OpenCL has no texture references: its kernels sample images (CreateImage).
 void* OpenCLBackend::PrepareTextureReference(void*, const char*, CUaddress_mode, CUfilter_mode, PixelFormat) {
   return nullptr;
 }
-int OpenCLBackend::BindTextureReference(void*, const TextureBinding&) { return kResultFailed; }
+int OpenCLBackend::BindTextureReference(void*, const TextureBinding&) {
+  return kResultFailed;
+}
 
 int OpenCLBackend::CreateImage(PixelFormat format, int width, int height, boost::shared_ptr<void>* holder) {
   if (width <= 0 || height <= 0) return kResultFailed;
@@ -220,7 +229,8 @@ int OpenCLBackend::CreateImage(PixelFormat format, int width, int height, boost:
 }
 
 // Images take any pitch, so nothing on OpenCL copies rows to change one.
-int OpenCLBackend::CopyRows(const void*, std::size_t, void*, std::size_t, std::size_t, std::size_t, CommandQueue&) {
+int OpenCLBackend::CopyRows(const void*, std::size_t, void*, std::size_t, std::size_t, std::size_t,
+                            CommandQueue&) {
   return kResultFailed;
 }
 

@@ -1,8 +1,9 @@
 #include "Lumora/Qualification.h"
 
+#include <zelcore/Files.h>
+
 #include <fstream>
 #include <string>
-#include <zelcore/Files.h>
 
 #include "Lumora/Device.h"
 
@@ -14,9 +15,13 @@ namespace {
 constexpr std::uint64_t kMinimumMemory = 534773760ull;
 constexpr std::uint64_t kMinimumMemoryUpToCapability11 = 802160640ull;
 
-bool IsCUDA(const Device& device) { return device.GetFramework() == kDeviceFramework_CUDA; }
+bool IsCUDA(const Device& device) {
+  return device.GetFramework() == kDeviceFramework_CUDA;
+}
 
-bool MeetsDeviceCount(const Device& device) { return device.GetFrameworkIndex() < kMaximumDevicesPerFramework; }
+bool MeetsDeviceCount(const Device& device) {
+  return device.GetFrameworkIndex() < kMaximumDevicesPerFramework;
+}
 
 }  // namespace
 
@@ -42,8 +47,8 @@ bool MatchesNamedCardList(const boost::shared_ptr<Device>& device) {
   if (!device) return false;
   using zelcore::filesupport::File;
   const char* fileName = IsCUDA(*device) ? "cuda_supported_cards.txt" : "opencl_supported_cards.txt";
-  const zelcore::UTF16String path = File::FullPath(
-      File::Join(zelcore::filesupport::commondirs::ExecutableDir(), zelcore::Wide(fileName)));
+  const zelcore::UTF16String path =
+      File::FullPath(File::Join(zelcore::filesupport::commondirs::ExecutableDir(), zelcore::Wide(fileName)));
   std::ifstream list(zelcore::UTF16ToUTF8(path));
   if (!list.is_open() || !list.good()) return true;
   std::string line;

@@ -4,8 +4,8 @@
 
 namespace LM {
 
-int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes, PixelFormat format,
-                  int left, int top, int width, int height, float4 color) {
+int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
+                  PixelFormat format, int left, int top, int width, int height, float4 color) {
   if (width <= 0 || height <= 0) return kResultSuccess;
   if (!device) return kResultFailed;
   const int bytesPerPixel = BytesPerPixel(format);
@@ -14,24 +14,28 @@ int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, i
                                  Is32BitFloat(format), left, top, width, height, color);
 }
 
-int FillWithOpaqueBlack(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes, PixelFormat format,
-                        int left, int top, int width, int height) {
-  return FillWithColor(device, buffer, rowBytes, format, left, top, width, height, float4{0.0f, 0.0f, 0.0f, 1.0f});
+int FillWithOpaqueBlack(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
+                        PixelFormat format, int left, int top, int width, int height) {
+  return FillWithColor(device, buffer, rowBytes, format, left, top, width, height,
+                       float4{0.0f, 0.0f, 0.0f, 1.0f});
 }
 
 int FillWithTransparentBlack(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
                              PixelFormat format, int left, int top, int width, int height) {
-  return FillWithColor(device, buffer, rowBytes, format, left, top, width, height, float4{0.0f, 0.0f, 0.0f, 0.0f});
+  return FillWithColor(device, buffer, rowBytes, format, left, top, width, height,
+                       float4{0.0f, 0.0f, 0.0f, 0.0f});
 }
 
-int FillWithOpaqueWhite(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes, PixelFormat format,
-                        int left, int top, int width, int height) {
-  return FillWithColor(device, buffer, rowBytes, format, left, top, width, height, float4{1.0f, 1.0f, 1.0f, 1.0f});
+int FillWithOpaqueWhite(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
+                        PixelFormat format, int left, int top, int width, int height) {
+  return FillWithColor(device, buffer, rowBytes, format, left, top, width, height,
+                       float4{1.0f, 1.0f, 1.0f, 1.0f});
 }
 
 int FillWithTransparentWhite(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
                              PixelFormat format, int left, int top, int width, int height) {
-  return FillWithColor(device, buffer, rowBytes, format, left, top, width, height, float4{1.0f, 1.0f, 1.0f, 0.0f});
+  return FillWithColor(device, buffer, rowBytes, format, left, top, width, height,
+                       float4{1.0f, 1.0f, 1.0f, 0.0f});
 }
 
 }  // namespace LM

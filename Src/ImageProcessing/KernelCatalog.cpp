@@ -7,7 +7,8 @@ namespace LM {
 
 std::vector<KernelSignature> KernelCatalog() {
   std::vector<KernelSignature> signatures;
-  AppendSignatures(signatures, fillWithColorKernel, copyMemory2DKernel, copyRectKernel, copyBufferToImageKernel);
+  AppendSignatures(signatures, fillWithColorKernel, copyMemory2DKernel, copyRectKernel,
+                   copyBufferToImageKernel);
   return signatures;
 }
 

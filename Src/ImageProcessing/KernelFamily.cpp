@@ -7,7 +7,9 @@ namespace {
 constexpr int kBlockSize = 16;
 
 // Integer division taken up to the next whole block; an extent that is not positive gives no block.
-int Blocks(int extent, int block) { return extent > 0 ? (extent + block - 1) / block : 0; }
+int Blocks(int extent, int block) {
+  return extent > 0 ? (extent + block - 1) / block : 0;
+}
 
 }  // namespace
 
@@ -35,9 +37,9 @@ void* KernelCache::Find(Device& device, const char* moduleKey, const char* kerne
 
 namespace detail {
 
-int Launch(const boost::shared_ptr<Device>& device, KernelCache& cache, const char* moduleKey, const char* name,
-           const KernelFamilyOptions& options, int width, int height, boost::shared_ptr<Event>* done,
-           const KernelArgument* arguments, std::size_t count) {
+int Launch(const boost::shared_ptr<Device>& device, KernelCache& cache, const char* moduleKey,
+           const char* name, const KernelFamilyOptions& options, int width, int height,
+           boost::shared_ptr<Event>* done, const KernelArgument* arguments, std::size_t count) {
   if (done != nullptr) done->reset();
   void* kernel = cache.Find(*device, moduleKey, name);
   if (kernel == nullptr) return options.missingKernelResult;

@@ -69,12 +69,18 @@ struct KernelFamilyOptions {
   // compute capability 2.0 and up.
   bool preferSharedMemory = false;
 
-  constexpr KernelFamilyOptions OpenCLOnly() const { return With(&KernelFamilyOptions::frameworks, KernelFrameworks::kOpenCLOnly); }
+  constexpr KernelFamilyOptions OpenCLOnly() const {
+    return With(&KernelFamilyOptions::frameworks, KernelFrameworks::kOpenCLOnly);
+  }
   constexpr KernelFamilyOptions MissingKernelResult(int result) const {
     return With(&KernelFamilyOptions::missingKernelResult, result);
   }
-  constexpr KernelFamilyOptions Geometry(GeometryRule rule) const { return With(&KernelFamilyOptions::geometry, rule); }
-  constexpr KernelFamilyOptions PreferSharedMemory() const { return With(&KernelFamilyOptions::preferSharedMemory, true); }
+  constexpr KernelFamilyOptions Geometry(GeometryRule rule) const {
+    return With(&KernelFamilyOptions::geometry, rule);
+  }
+  constexpr KernelFamilyOptions PreferSharedMemory() const {
+    return With(&KernelFamilyOptions::preferSharedMemory, true);
+  }
 
  private:
   template <class T>
@@ -142,9 +148,9 @@ inline KernelArgument Argument(const float4& value) {
 }
 
 // Steps 3 to 7 of every operation (the extent check is the operation's own).
-int Launch(const boost::shared_ptr<Device>& device, KernelCache& cache, const char* moduleKey, const char* name,
-           const KernelFamilyOptions& options, int width, int height, boost::shared_ptr<Event>* done,
-           const KernelArgument* arguments, std::size_t count);
+int Launch(const boost::shared_ptr<Device>& device, KernelCache& cache, const char* moduleKey,
+           const char* name, const KernelFamilyOptions& options, int width, int height,
+           boost::shared_ptr<Event>* done, const KernelArgument* arguments, std::size_t count);
 
 // The module's name in its key: what follows the last separator.
 constexpr const char* ModuleNameOfKey(const char* key) {
@@ -176,8 +182,8 @@ class KernelFamily<Parameters, Variants, TypeList<Ts...>> {
              boost::shared_ptr<Event>* done, const Ts&... arguments) {
     if (variant >= Variants) return options_.missingKernelResult;
     const KernelArgument list[] = {detail::Argument(arguments)...};
-    return detail::Launch(device, caches_[variant], moduleKey_, names_[variant], options_, width, height, done, list,
-                          sizeof...(Ts));
+    return detail::Launch(device, caches_[variant], moduleKey_, names_[variant], options_, width, height,
+                          done, list, sizeof...(Ts));
   }
   // The first variant, without a completion event: the launch of a single kernel.
   int Run(const boost::shared_ptr<Device>& device, int width, int height, const Ts&... arguments) {
@@ -220,9 +226,9 @@ std::vector<KernelSignature> KernelCatalog();
 
 // The host side of a parameter list: Name::Types are the argument types of a launch, Name::kList the
 // parameters with their kinds and names.
-#define LM_KERNEL_PARAMETERS(Name, LIST)                                            \
-  struct Name {                                                                     \
-    using Types = ::LM::TypeList<LM_REST(LIST(LM_HOST_PARAMETER_TYPE))>;           \
+#define LM_KERNEL_PARAMETERS(Name, LIST)                                        \
+  struct Name {                                                                 \
+    using Types = ::LM::TypeList<LM_REST(LIST(LM_HOST_PARAMETER_TYPE))>;        \
     static constexpr ::LM::KernelParameter kList[] = {LIST(LM_HOST_PARAMETER)}; \
   }
 

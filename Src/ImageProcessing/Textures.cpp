@@ -17,12 +17,14 @@ namespace LM {
 Texture LoadTexture(const boost::shared_ptr<Device>& device, const char* moduleKey, const char* textureName,
                     CUaddress_mode addressMode, CUfilter_mode filterMode, PixelFormat format) {
   Texture texture;
-  if (!device || device->GetFramework() == kDeviceFramework_OpenCL || moduleKey == nullptr || textureName == nullptr) {
+  if (!device || device->GetFramework() == kDeviceFramework_OpenCL || moduleKey == nullptr ||
+      textureName == nullptr) {
     return texture;
   }
   DeviceBackend& backend = BackendOf(*device);
   if (void* module = device->FindModule(moduleKey)) {
-    texture.textureReference = backend.PrepareTextureReference(module, textureName, addressMode, filterMode, format);
+    texture.textureReference =
+        backend.PrepareTextureReference(module, textureName, addressMode, filterMode, format);
   }
   texture.alignment = backend.TextureAlignment();
   return texture;
@@ -60,8 +62,8 @@ int BindTexture(const boost::shared_ptr<Device>& device, Texture& texture, const
   return backend.BindTextureReference(texture.textureReference, binding);
 }
 
-int AlignPlaneForTexture(const boost::shared_ptr<Device>& device, const void* base, const void* data, int rowBytes,
-                         int width, int height, PixelFormat format, TexturePlane* plane) {
+int AlignPlaneForTexture(const boost::shared_ptr<Device>& device, const void* base, const void* data,
+                         int rowBytes, int width, int height, PixelFormat format, TexturePlane* plane) {
   if (!device || plane == nullptr) return kResultFailed;
   *plane = TexturePlane{base, data, rowBytes, nullptr};
   if (width <= 0 || height <= 0 || device->GetFramework() != kDeviceFramework_CUDA) return kResultSuccess;
@@ -77,9 +79,9 @@ int AlignPlaneForTexture(const boost::shared_ptr<Device>& device, const void* ba
   if (!pool || !queue) return kResultFailed;
   void* scratch = pool->Allocate(static_cast<std::size_t>(pitch) * static_cast<std::size_t>(height), nullptr);
   if (scratch == nullptr) return kResultOutOfMemory;
-  const int copied = BackendOf(*device).CopyRows(data, static_cast<std::size_t>(rowBytes), scratch,
-                                                 static_cast<std::size_t>(pitch), static_cast<std::size_t>(rowCopy),
-                                                 static_cast<std::size_t>(height), *queue);
+  const int copied = BackendOf(*device).CopyRows(
+      data, static_cast<std::size_t>(rowBytes), scratch, static_cast<std::size_t>(pitch),
+      static_cast<std::size_t>(rowCopy), static_cast<std::size_t>(height), *queue);
   if (copied != kResultSuccess) {
     pool->Release(scratch, boost::shared_ptr<Event>());  // nothing was queued that uses it
     return copied;

@@ -10,7 +10,9 @@ namespace LM {
 
 #if defined(_WIN32)
 
-void* LoadDynamicLibrary(const LibraryNameChar* name) { return name ? LoadLibraryW(name) : nullptr; }
+void* LoadDynamicLibrary(const LibraryNameChar* name) {
+  return name ? LoadLibraryW(name) : nullptr;
+}
 
 void* FindLibrarySymbol(void* library, const char* name) {
   return library ? reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name)) : nullptr;
@@ -20,9 +22,13 @@ void* FindLibrarySymbol(void* library, const char* name) {
 
 // RTLD_LOCAL keeps the driver's symbols out of the global namespace, so a second driver file loaded later
 // (a host switching drivers, or the tests) resolves its own entry points.
-void* LoadDynamicLibrary(const LibraryNameChar* name) { return name ? dlopen(name, RTLD_NOW | RTLD_LOCAL) : nullptr; }
+void* LoadDynamicLibrary(const LibraryNameChar* name) {
+  return name ? dlopen(name, RTLD_NOW | RTLD_LOCAL) : nullptr;
+}
 
-void* FindLibrarySymbol(void* library, const char* name) { return library ? dlsym(library, name) : nullptr; }
+void* FindLibrarySymbol(void* library, const char* name) {
+  return library ? dlsym(library, name) : nullptr;
+}
 
 #endif
 

@@ -11,7 +11,9 @@ namespace LM {
 
 namespace {
 
-CUdeviceptr DevicePointer(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
+CUdeviceptr DevicePointer(const void* pointer) {
+  return reinterpret_cast<std::uintptr_t>(pointer);
+}
 
 }  // namespace
 
@@ -42,7 +44,8 @@ float CUDAEvent::ElapsedTime(const boost::shared_ptr<Event>& later) {
   if (!later) return 0.0f;
   later->Wait();
   float milliseconds = 0.0f;
-  if (CUDA.cuEventElapsedTime(&milliseconds, event_, static_cast<CUevent>(later->GetNativeEvent())) != CUDA_SUCCESS) {
+  if (CUDA.cuEventElapsedTime(&milliseconds, event_, static_cast<CUevent>(later->GetNativeEvent())) !=
+      CUDA_SUCCESS) {
     return 0.0f;
   }
   return milliseconds;
@@ -93,8 +96,8 @@ boost::shared_ptr<Event> CUDAEventPool::Acquire(CUstream stream) {
     free_.push_back(event);
     return boost::shared_ptr<Event>();
   }
-  return boost::shared_ptr<Event>(event, boost::bind(&CUDAEventPool::Return, shared_from_this(),
-                                                     boost::placeholders::_1));
+  return boost::shared_ptr<Event>(
+      event, boost::bind(&CUDAEventPool::Return, shared_from_this(), boost::placeholders::_1));
 }
 
 CUDACommandQueue::CUDACommandQueue() : events_(new CUDAEventPool) {
@@ -116,16 +119,19 @@ void CUDACommandQueue::RecordDone(CUstream stream, boost::shared_ptr<Event>* don
   if (done != nullptr) *done = events_->Acquire(stream);
 }
 
-boost::shared_ptr<Event> CUDACommandQueue::RecordEvent() { return events_->Acquire(mainStream_); }
+boost::shared_ptr<Event> CUDACommandQueue::RecordEvent() {
+  return events_->Acquire(mainStream_);
+}
 
 void CUDACommandQueue::WaitForEvent(const boost::shared_ptr<Event>& event) {
   if (!event || event->IsComplete()) return;
-  const CUresult result = CUDA.cuStreamWaitEvent(mainStream_, static_cast<CUevent>(event->GetNativeEvent()), 0);
+  const CUresult result =
+      CUDA.cuStreamWaitEvent(mainStream_, static_cast<CUevent>(event->GetNativeEvent()), 0);
   static_cast<void>(LM_CUDA_SUCCEEDED(result, "Stream wait failure: "));
 }
 
-int CUDACommandQueue::LaunchKernel(void* kernel, int gridWidth, int gridHeight, int blockWidth, int blockHeight,
-                                   boost::shared_ptr<Event>* done) {
+int CUDACommandQueue::LaunchKernel(void* kernel, int gridWidth, int gridHeight, int blockWidth,
+                                   int blockHeight, boost::shared_ptr<Event>* done) {
   if (done != nullptr) done->reset();
   CUfunction function = static_cast<CUfunction>(kernel);
   CUresult result = CUDA.cuFuncSetBlockShape(function, blockWidth, blockHeight, 1);
@@ -153,7 +159,8 @@ int CUDACommandQueue::CopyDeviceToHost(const void* device, void* host, std::size
   if (!onMainStream && done != nullptr) {
     const boost::shared_ptr<Event> queued = events_->Acquire(mainStream_);
     if (!queued) return kResultFailed;
-    const CUresult result = CUDA.cuStreamWaitEvent(copyStream_, static_cast<CUevent>(queued->GetNativeEvent()), 0);
+    const CUresult result =
+        CUDA.cuStreamWaitEvent(copyStream_, static_cast<CUevent>(queued->GetNativeEvent()), 0);
     if (result != CUDA_SUCCESS) return MapCUDAResult(result);
     stream = copyStream_;
   }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <OXR/CriticalSection.h>
+
 #include <boost/enable_shared_from_this.hpp>
 #include <vector>
 
@@ -75,7 +76,8 @@ class CUDACommandQueue : public CommandQueue {
   void WaitForEvent(const boost::shared_ptr<Event>& event) override;
   int LaunchKernel(void* kernel, int gridWidth, int gridHeight, int blockWidth, int blockHeight,
                    boost::shared_ptr<Event>* done) override;
-  int CopyHostToDevice(const void* host, void* device, std::size_t bytes, boost::shared_ptr<Event>* done) override;
+  int CopyHostToDevice(const void* host, void* device, std::size_t bytes,
+                       boost::shared_ptr<Event>* done) override;
   int CopyDeviceToHost(const void* device, void* host, std::size_t bytes, boost::shared_ptr<Event>* done,
                        bool onMainStream) override;
 

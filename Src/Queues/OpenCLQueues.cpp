@@ -30,7 +30,8 @@ OpenCLEvent::~OpenCLEvent() {
 bool OpenCLEvent::IsComplete() {
   if (complete_ || event_ == nullptr) return true;
   cl_int status = CL_QUEUED;
-  if (clGetEventInfo(event_, CL_EVENT_COMMAND_EXECUTION_STATUS, sizeof status, &status, nullptr) == CL_SUCCESS &&
+  if (clGetEventInfo(event_, CL_EVENT_COMMAND_EXECUTION_STATUS, sizeof status, &status, nullptr) ==
+          CL_SUCCESS &&
       status <= CL_COMPLETE) {
     complete_ = true;
   }
@@ -50,8 +51,10 @@ float OpenCLEvent::ElapsedTime(const boost::shared_ptr<Event>& later) {
   cl_ulong thisEnd = 0;
   cl_ulong laterEnd = 0;
   cl_event other = static_cast<cl_event>(later->GetNativeEvent());
-  if (clGetEventProfilingInfo(event_, CL_PROFILING_COMMAND_END, sizeof thisEnd, &thisEnd, nullptr) != CL_SUCCESS ||
-      clGetEventProfilingInfo(other, CL_PROFILING_COMMAND_END, sizeof laterEnd, &laterEnd, nullptr) != CL_SUCCESS) {
+  if (clGetEventProfilingInfo(event_, CL_PROFILING_COMMAND_END, sizeof thisEnd, &thisEnd, nullptr) !=
+          CL_SUCCESS ||
+      clGetEventProfilingInfo(other, CL_PROFILING_COMMAND_END, sizeof laterEnd, &laterEnd, nullptr) !=
+          CL_SUCCESS) {
     return 0.0f;
   }
   return static_cast<float>(static_cast<std::uint64_t>(laterEnd - thisEnd) * 1e-6);
@@ -84,7 +87,8 @@ void OpenCLCommandQueue::WaitForEvent(const boost::shared_ptr<Event>& event) {
   // needs no wait. Only an incomplete event of another queue is waited for on the device. (Some runtimes,
   // PoCL among them, abort in clEnqueueWaitForEvents, so it is kept to the one case that needs it.)
   cl_command_queue owner = nullptr;
-  if (clGetEventInfo(native, CL_EVENT_COMMAND_QUEUE, sizeof owner, &owner, nullptr) == CL_SUCCESS && owner == queue_) {
+  if (clGetEventInfo(native, CL_EVENT_COMMAND_QUEUE, sizeof owner, &owner, nullptr) == CL_SUCCESS &&
+      owner == queue_) {
     return;
   }
   if (event->IsComplete()) return;
@@ -92,8 +96,8 @@ void OpenCLCommandQueue::WaitForEvent(const boost::shared_ptr<Event>& event) {
   static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Queue wait failure: "));
 }
 
-int OpenCLCommandQueue::LaunchKernel(void* kernel, int gridWidth, int gridHeight, int blockWidth, int blockHeight,
-                                     boost::shared_ptr<Event>* done) {
+int OpenCLCommandQueue::LaunchKernel(void* kernel, int gridWidth, int gridHeight, int blockWidth,
+                                     int blockHeight, boost::shared_ptr<Event>* done) {
   if (done != nullptr) done->reset();
   // Runtimes do not all check their handles, and an empty or negative geometry must not reach the runtime
   // as a huge size_t: both are refused here as the runtime would refuse them.
@@ -101,12 +105,13 @@ int OpenCLCommandQueue::LaunchKernel(void* kernel, int gridWidth, int gridHeight
   if (gridWidth <= 0 || gridHeight <= 0 || blockWidth <= 0 || blockHeight <= 0) {
     return MapOpenCLResult(CL_INVALID_GLOBAL_WORK_SIZE);
   }
-  const std::size_t global[2] = {static_cast<std::size_t>(gridWidth) * static_cast<std::size_t>(blockWidth),
-                                 static_cast<std::size_t>(gridHeight) * static_cast<std::size_t>(blockHeight)};
+  const std::size_t global[2] = {
+      static_cast<std::size_t>(gridWidth) * static_cast<std::size_t>(blockWidth),
+      static_cast<std::size_t>(gridHeight) * static_cast<std::size_t>(blockHeight)};
   const std::size_t local[2] = {static_cast<std::size_t>(blockWidth), static_cast<std::size_t>(blockHeight)};
   cl_event event = nullptr;
-  const cl_int result = clEnqueueNDRangeKernel(queue_, static_cast<cl_kernel>(kernel), 2, nullptr, global, local, 0,
-                                               nullptr, done != nullptr ? &event : nullptr);
+  const cl_int result = clEnqueueNDRangeKernel(queue_, static_cast<cl_kernel>(kernel), 2, nullptr, global,
+                                               local, 0, nullptr, done != nullptr ? &event : nullptr);
   Deliver(result, event, done);
   return MapOpenCLResult(result);
 }
@@ -127,8 +132,8 @@ int OpenCLCommandQueue::CopyDeviceToHost(const void* device, void* host, std::si
   if (done != nullptr) done->reset();
   if (host == nullptr || device == nullptr) return MapOpenCLResult(CL_INVALID_VALUE);
   cl_event event = nullptr;
-  const cl_int result = clEnqueueReadBuffer(queue_, static_cast<cl_mem>(const_cast<void*>(device)), CL_TRUE, 0,
-                                            bytes, host, 0, nullptr, done != nullptr ? &event : nullptr);
+  const cl_int result = clEnqueueReadBuffer(queue_, static_cast<cl_mem>(const_cast<void*>(device)), CL_TRUE,
+                                            0, bytes, host, 0, nullptr, done != nullptr ? &event : nullptr);
   Deliver(result, event, done);
   return MapOpenCLResult(result);
 }

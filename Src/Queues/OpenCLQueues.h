@@ -43,7 +43,8 @@ class OpenCLCommandQueue : public CommandQueue {
   void WaitForEvent(const boost::shared_ptr<Event>& event) override;
   int LaunchKernel(void* kernel, int gridWidth, int gridHeight, int blockWidth, int blockHeight,
                    boost::shared_ptr<Event>* done) override;
-  int CopyHostToDevice(const void* host, void* device, std::size_t bytes, boost::shared_ptr<Event>* done) override;
+  int CopyHostToDevice(const void* host, void* device, std::size_t bytes,
+                       boost::shared_ptr<Event>* done) override;
   // Blocking, unlike the upload; `onMainStream` has no meaning with one queue.
   int CopyDeviceToHost(const void* device, void* host, std::size_t bytes, boost::shared_ptr<Event>* done,
                        bool onMainStream) override;

@@ -188,6 +188,7 @@ typedef struct CUDA_ARRAY3D_DESCRIPTOR_st {
 // Every entry point of the table: X(name, versions, parameter list, argument list), in the binder's order.
 // `versions` is HAS_V2 for the names that the driver also exports with the suffix _v2 (the pointer-width
 // group, the five 4.0 names, cuGLCtxCreate and cuGraphicsResourceGetMappedPointer), else NO_V2.
+// clang-format off
 #define LM_CUDA_DRIVER_ENTRY_POINTS(X) \
   X(cuInit, NO_V2, (unsigned int Flags), (Flags)) \
   X(cuDriverGetVersion, NO_V2, (int* driverVersion), (driverVersion)) \
@@ -313,7 +314,9 @@ typedef struct CUDA_ARRAY3D_DESCRIPTOR_st {
   X(cuMemcpy, NO_V2, (CUdeviceptr dst, CUdeviceptr src, size_t ByteCount), (dst, src, ByteCount)) \
   X(cuMemcpyPeer, NO_V2, (CUdeviceptr dstDevice, CUcontext dstContext, CUdeviceptr srcDevice, CUcontext srcContext, size_t ByteCount), (dstDevice, dstContext, srcDevice, srcContext, ByteCount)) \
   X(cuLaunchKernel, NO_V2, (CUfunction f, unsigned int gridDimX, unsigned int gridDimY, unsigned int gridDimZ, unsigned int blockDimX, unsigned int blockDimY, unsigned int blockDimZ, unsigned int sharedMemBytes, CUstream hStream, void** kernelParams, void** extra), (f, gridDimX, gridDimY, gridDimZ, blockDimX, blockDimY, blockDimZ, sharedMemBytes, hStream, kernelParams, extra))
+// clang-format on
 
-#define LM_CUDA_DECLARE_ENTRY_POINT_TYPE(name, versions, params, args) typedef CUresult(CUDAAPI* PFN_##name) params;
+#define LM_CUDA_DECLARE_ENTRY_POINT_TYPE(name, versions, params, args) \
+  typedef CUresult(CUDAAPI* PFN_##name) params;
 LM_CUDA_DRIVER_ENTRY_POINTS(LM_CUDA_DECLARE_ENTRY_POINT_TYPE)
 #undef LM_CUDA_DECLARE_ENTRY_POINT_TYPE

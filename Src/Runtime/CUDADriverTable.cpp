@@ -166,8 +166,12 @@ int BindCUDADriver(unsigned int flags, int apiVersion) {
   return result;
 }
 
-int GetCUDADriverBindResult() { return lastBindResult; }
+int GetCUDADriverBindResult() {
+  return lastBindResult;
+}
 
-bool IsCUDADriverAvailable() { return BindCUDADriver(0, 4000) == CUDA_SUCCESS || BindCUDADriver(0, 0) == CUDA_SUCCESS; }
+bool IsCUDADriverAvailable() {
+  return BindCUDADriver(0, 4000) == CUDA_SUCCESS || BindCUDADriver(0, 0) == CUDA_SUCCESS;
+}
 
 }  // namespace LM

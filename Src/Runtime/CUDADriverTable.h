@@ -20,6 +20,7 @@ extern CUDADriverTable CUDA;
 // looked up is the binder's choice.
 
 // Required whatever the versions.
+// clang-format off
 #define LM_CUDA_CORE_ENTRY_POINTS(X)                                                                        \
   X(cuDeviceGet) X(cuDeviceGetCount) X(cuDeviceGetName) X(cuDeviceComputeCapability) X(cuDeviceGetProperties) \
   X(cuDeviceGetAttribute) X(cuCtxDestroy) X(cuCtxAttach) X(cuCtxDetach) X(cuCtxPushCurrent) X(cuCtxPopCurrent) \
@@ -32,13 +33,17 @@ extern CUDADriverTable CUDA;
   X(cuParamSetTexRef) X(cuLaunch) X(cuLaunchGrid) X(cuLaunchGridAsync) X(cuEventCreate) X(cuEventRecord)       \
   X(cuEventQuery) X(cuEventSynchronize) X(cuEventDestroy) X(cuEventElapsedTime) X(cuStreamCreate)              \
   X(cuStreamQuery) X(cuStreamSynchronize) X(cuStreamDestroy)
+// clang-format on
 
 // For callers written against API 4.0 or later: the 4.0 _v2 names over the slots of their plain names.
+// clang-format off
 #define LM_CUDA_API4000_V2_ENTRY_POINTS(X) \
   X(cuCtxDestroy) X(cuCtxPopCurrent) X(cuCtxPushCurrent) X(cuStreamDestroy) X(cuEventDestroy)
+// clang-format on
 
 // The entry points whose interface changed with 64-bit device pointers: plain names below API 3.2,
 // _v2 names from 3.2 on.
+// clang-format off
 #define LM_CUDA_POINTER_WIDTH_ENTRY_POINTS(X)                                                                \
   X(cuDeviceTotalMem) X(cuCtxCreate) X(cuModuleGetGlobal) X(cuMemGetInfo) X(cuMemAlloc) X(cuMemAllocPitch)    \
   X(cuMemFree) X(cuMemGetAddressRange) X(cuMemAllocHost) X(cuMemHostGetDevicePointer) X(cuMemcpyHtoD)         \
@@ -48,11 +53,14 @@ extern CUDADriverTable CUDA;
   X(cuMemsetD8) X(cuMemsetD16) X(cuMemsetD32) X(cuMemsetD2D8) X(cuMemsetD2D16) X(cuMemsetD2D32)               \
   X(cuArrayCreate) X(cuArrayGetDescriptor) X(cuArray3DCreate) X(cuArray3DGetDescriptor) X(cuTexRefSetAddress) \
   X(cuTexRefSetAddress2D) X(cuTexRefGetAddress)
+// clang-format on
 
 // Required from driver 4.0 on.
+// clang-format off
 #define LM_CUDA_DRIVER4000_ENTRY_POINTS(X) \
   X(cuCtxSetCurrent) X(cuCtxGetCurrent) X(cuMemHostRegister) X(cuMemHostUnregister) X(cuMemcpy) X(cuMemcpyPeer) \
   X(cuLaunchKernel)
+// clang-format on
 
 // Loads the driver library and stores its handle through `module`; 0 on success, else prints
 // "LoadLibrary "<name>" failed!" on standard output and returns 999. Binds nothing.

@@ -1,7 +1,8 @@
 #include "Runtime/FailureReport.h"
 
-#include <sstream>
 #include <zelcore/Debug.h>
+
+#include <sstream>
 
 #include "Runtime/ResultNames.h"
 
@@ -16,10 +17,11 @@ std::string SourceName(const char* path) {
   return name;
 }
 
-void ReportFailure(bool* silence, const char* condition, const std::string& message, const std::string& source,
-                   int line, const char* function) {
+void ReportFailure(bool* silence, const char* condition, const std::string& message,
+                   const std::string& source, int line, const char* function) {
   if (silence != nullptr && *silence) return;
-  if (zelcore::debug::BreakAfterAssertDialog(silence, condition, message.c_str(), source.c_str(), line, function) &&
+  if (zelcore::debug::BreakAfterAssertDialog(silence, condition, message.c_str(), source.c_str(), line,
+                                             function) &&
       zelcore::debug::IsDebuggerAttached()) {
     zelcore::debug::BreakIntoDebugger();
   }

@@ -18,8 +18,8 @@ std::string SourceName(const char* path);
 
 // Hands one report to the host: condition text, message, source name and line (and the function, when
 // given). Breaks into an attached debugger when the host asks for it. Does nothing when *silence is true.
-void ReportFailure(bool* silence, const char* condition, const std::string& message, const std::string& source,
-                   int line, const char* function = nullptr);
+void ReportFailure(bool* silence, const char* condition, const std::string& message,
+                   const std::string& source, int line, const char* function = nullptr);
 
 // True when result is CUDA_SUCCESS; otherwise reports "result == CUDA_SUCCESS" with the message
 // step + CUDAResultName(result) and returns false.
@@ -30,10 +30,10 @@ void ReportFailure(bool* silence, const char* condition, const std::string& mess
 
 }  // namespace LM
 
-#define LM_SITE_SILENCE_FLAG()        \
-  ([]() -> bool* {                    \
+#define LM_SITE_SILENCE_FLAG()          \
+  ([]() -> bool* {                      \
     static bool lmSiteSilenced = false; \
-    return &lmSiteSilenced;           \
+    return &lmSiteSilenced;             \
   }())
 
 #define LM_CUDA_SUCCEEDED(result, step) \

@@ -18,30 +18,34 @@ void* OpenCLRuntime() {
   return library;
 }
 
-void* FindOpenCLEntryPoint(const char* name) { return FindLibrarySymbol(OpenCLRuntime(), name); }
+void* FindOpenCLEntryPoint(const char* name) {
+  return FindLibrarySymbol(OpenCLRuntime(), name);
+}
 
 }  // namespace
 
-bool IsOpenCLRuntimeLoaded() { return OpenCLRuntime() != nullptr; }
+bool IsOpenCLRuntimeLoaded() {
+  return OpenCLRuntime() != nullptr;
+}
 
 }  // namespace LM
 
 // Each definition resolves its target once (thread-safe static initialisation) and forwards to it.
-#define LM_OPENCL_FORWARD_STATUS(Result, name, params, args)                                      \
-  Result CL_API_CALL name params {                                                                \
+#define LM_OPENCL_FORWARD_STATUS(Result, name, params, args)                                       \
+  Result CL_API_CALL name params {                                                                 \
     static const auto target = reinterpret_cast<decltype(&name)>(LM::FindOpenCLEntryPoint(#name)); \
-    if (target == nullptr) return LM::kOpenCLRuntimeUnavailable;                                  \
-    return target args;                                                                           \
+    if (target == nullptr) return LM::kOpenCLRuntimeUnavailable;                                   \
+    return target args;                                                                            \
   }
 
-#define LM_OPENCL_FORWARD_OBJECT(Result, name, params, args)                                      \
-  Result CL_API_CALL name params {                                                                \
+#define LM_OPENCL_FORWARD_OBJECT(Result, name, params, args)                                       \
+  Result CL_API_CALL name params {                                                                 \
     static const auto target = reinterpret_cast<decltype(&name)>(LM::FindOpenCLEntryPoint(#name)); \
-    if (target == nullptr) {                                                                      \
-      if (errcode_ret != nullptr) *errcode_ret = LM::kOpenCLRuntimeUnavailable;                   \
-      return nullptr;                                                                             \
-    }                                                                                             \
-    return target args;                                                                           \
+    if (target == nullptr) {                                                                       \
+      if (errcode_ret != nullptr) *errcode_ret = LM::kOpenCLRuntimeUnavailable;                    \
+      return nullptr;                                                                              \
+    }                                                                                              \
+    return target args;                                                                            \
   }
 
 extern "C" {

@@ -14,6 +14,7 @@ namespace LM {
 constexpr cl_int kOpenCLRuntimeUnavailable = -1001;
 
 // X(return type, name, parameter list, argument list)
+// clang-format off
 #define LM_OPENCL_ENTRY_POINTS_RETURNING_STATUS(X)                                                             \
   X(cl_int, clGetPlatformIDs, (cl_uint num_entries, cl_platform_id* platforms, cl_uint* num_platforms),        \
     (num_entries, platforms, num_platforms))                                                                   \
@@ -70,8 +71,10 @@ constexpr cl_int kOpenCLRuntimeUnavailable = -1001;
   X(cl_int, clUnloadCompiler, (void), ())                                                                      \
   X(cl_int, clSetKernelArg, (cl_kernel kernel, cl_uint arg_index, size_t arg_size, const void* arg_value),     \
     (kernel, arg_index, arg_size, arg_value))
+// clang-format on
 
 // Entry points that return an object and report their status through errcode_ret.
+// clang-format off
 #define LM_OPENCL_ENTRY_POINTS_RETURNING_OBJECT(X)                                                             \
   X(cl_context, clCreateContext,                                                                               \
     (const cl_context_properties* properties, cl_uint num_devices, const cl_device_id* devices,                \
@@ -93,6 +96,7 @@ constexpr cl_int kOpenCLRuntimeUnavailable = -1001;
     (context, count, strings, lengths, errcode_ret))                                                           \
   X(cl_kernel, clCreateKernel, (cl_program program, const char* kernel_name, cl_int* errcode_ret),             \
     (program, kernel_name, errcode_ret))
+// clang-format on
 
 // Whether the OpenCL runtime library could be loaded (loads it on the first call).
 bool IsOpenCLRuntimeLoaded();

@@ -14,9 +14,9 @@ constexpr int MapCUDAResult(int status) {
 // OpenCL: 0 success; -4 (CL_MEM_OBJECT_ALLOCATION_FAILURE), -5 (CL_OUT_OF_RESOURCES) and -6
 // (CL_OUT_OF_HOST_MEMORY) out of memory; any other failed.
 constexpr int MapOpenCLResult(int status) {
-  return status == 0                                   ? kResultSuccess
+  return status == 0                                    ? kResultSuccess
          : status == -4 || status == -5 || status == -6 ? kResultOutOfMemory
-                                                         : kResultFailed;
+                                                        : kResultFailed;
 }
 
 }  // namespace LM

@@ -28,11 +28,12 @@ class LM_API Device {
  public:
   // A CUDA device for the driver's device `cudaDevice`; empty when its identity cannot be read or it is an
   // emulation device.
-  static boost::shared_ptr<Device> Create(unsigned int frameworkIndex, unsigned int registryIndex, int cudaDevice);
+  static boost::shared_ptr<Device> Create(unsigned int frameworkIndex, unsigned int registryIndex,
+                                          int cudaDevice);
   // An OpenCL device (cl_platform_id, cl_device_id); empty when the device is unavailable, has no image
   // support, or its identity cannot be read.
-  static boost::shared_ptr<Device> Create(unsigned int frameworkIndex, unsigned int registryIndex, void* platform,
-                                          void* device);
+  static boost::shared_ptr<Device> Create(unsigned int frameworkIndex, unsigned int registryIndex,
+                                          void* platform, void* device);
   ~Device();
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
@@ -97,7 +98,8 @@ class LM_API Device {
 
  private:
   friend DeviceBackend& BackendOf(const Device& device);
-  Device(DeviceFramework framework, unsigned int frameworkIndex, unsigned int registryIndex, DeviceImpl* impl);
+  Device(DeviceFramework framework, unsigned int frameworkIndex, unsigned int registryIndex,
+         DeviceImpl* impl);
   void RefreshKernelRecords();
 
   bool qualified_ = false;

@@ -34,7 +34,8 @@ typedef struct LM_MemoryStatistics {
 } LM_MemoryStatistics;
 
 typedef struct LM_DeviceSuite {
-  /* 1. The number of registered devices. The index is not checked, so a host can learn that there are none. */
+  /* 1. The number of registered devices. The index is not checked, so a host can learn that there are none.
+   */
   int32_t (*GetDeviceCount)(uint32_t deviceIndex, uint32_t* count);
   /* 2. 0 CUDA, 1 OpenCL. */
   int32_t (*GetDeviceFramework)(uint32_t deviceIndex, uint32_t* framework);

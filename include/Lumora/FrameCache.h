@@ -4,6 +4,7 @@
 #pragma once
 
 #include <OXR/CriticalSection.h>
+
 #include <cstddef>
 #include <cstdint>
 

@@ -24,8 +24,8 @@ LM_API int BytesPerPixel(PixelFormat format);
 
 // Writes `color` into every pixel of the width x height rectangle at (left, top). The buffer is written
 // although it is declared const.
-LM_API int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes, PixelFormat format,
-                         int left, int top, int width, int height, float4 color);
+LM_API int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
+                         PixelFormat format, int left, int top, int width, int height, float4 color);
 // (0, 0, 0, 1), (0, 0, 0, 0), (1, 1, 1, 1) and (1, 1, 1, 0).
 LM_API int FillWithOpaqueBlack(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
                                PixelFormat format, int left, int top, int width, int height);
@@ -37,22 +37,22 @@ LM_API int FillWithTransparentWhite(const boost::shared_ptr<Device>& device, con
                                     PixelFormat format, int left, int top, int width, int height);
 
 // Copies width x height pixels between two pitched buffers. Nothing is done when src and dst are the same.
-LM_API int FastDeviceMemcpy2D(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
-                              int dstRowBytes, PixelFormat format, int width, int height);
+LM_API int FastDeviceMemcpy2D(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
+                              void* dst, int dstRowBytes, PixelFormat format, int width, int height);
 // The same from and to start offsets given in bytes, counted in units of 16 bytes (one 32f pixel) whatever
 // the format: pass multiples of 16. Nothing is done when src and dst are the same, whatever the offsets.
-LM_API int FastDeviceMemcpy2DWithOffsets(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
-                                         int srcOffsetBytes, void* dst, int dstRowBytes, int dstOffsetBytes,
-                                         PixelFormat format, int width, int height);
+LM_API int FastDeviceMemcpy2DWithOffsets(const boost::shared_ptr<Device>& device, const void* src,
+                                         int srcRowBytes, int srcOffsetBytes, void* dst, int dstRowBytes,
+                                         int dstOffsetBytes, PixelFormat format, int width, int height);
 // Copies the width x height rectangle at (srcLeft, srcTop) to (dstLeft, dstTop) of another buffer; nothing
 // is done when src and dst are the same buffer.
-LM_API int DeviceCopyRect(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
-                          int dstRowBytes, PixelFormat format, int srcLeft, int srcTop, int dstLeft, int dstTop,
-                          int width, int height);
+LM_API int DeviceCopyRect(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
+                          void* dst, int dstRowBytes, PixelFormat format, int srcLeft, int srcTop,
+                          int dstLeft, int dstTop, int width, int height);
 // OpenCL only (kResultFailed on CUDA): fills the OpenCL image `dstImage` (width x height, of the image
 // format the pools make for `format`) from the linear buffer `src`, starting `srcOffset` bytes in, with
 // rows `srcRowBytes` apart.
-LM_API int CopyBufferToImage(const boost::shared_ptr<Device>& device, const void* src, int srcOffset, int srcRowBytes,
-                             void* dstImage, PixelFormat format, int width, int height);
+LM_API int CopyBufferToImage(const boost::shared_ptr<Device>& device, const void* src, int srcOffset,
+                             int srcRowBytes, void* dstImage, PixelFormat format, int width, int height);
 
 }  // namespace LM

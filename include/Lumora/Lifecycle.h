@@ -1,8 +1,9 @@
 // Start-up and shut-down of the library and its process-wide list of devices.
 #pragma once
 
-#include <boost/shared_ptr.hpp>
 #include <zelcore/Strings.h>
+
+#include <boost/shared_ptr.hpp>
 
 #include "Lumora/DeviceTypes.h"
 #include "Lumora/Export.h"

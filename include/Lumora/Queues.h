@@ -40,11 +40,12 @@ class LM_API CommandQueue {
   virtual int LaunchKernel(void* kernel, int gridWidth, int gridHeight, int blockWidth, int blockHeight,
                            boost::shared_ptr<Event>* done) = 0;
   // Asynchronous upload of `bytes` from host memory into a device buffer.
-  virtual int CopyHostToDevice(const void* host, void* device, std::size_t bytes, boost::shared_ptr<Event>* done) = 0;
+  virtual int CopyHostToDevice(const void* host, void* device, std::size_t bytes,
+                               boost::shared_ptr<Event>* done) = 0;
   // Download of `bytes` from a device buffer. On CUDA, a download off the main stream (with `done`) runs on a
   // copy stream after the work queued so far, so it can overlap later work; OpenCL downloads block.
-  virtual int CopyDeviceToHost(const void* device, void* host, std::size_t bytes, boost::shared_ptr<Event>* done,
-                               bool onMainStream) = 0;
+  virtual int CopyDeviceToHost(const void* device, void* host, std::size_t bytes,
+                               boost::shared_ptr<Event>* done, bool onMainStream) = 0;
 };
 
 }  // namespace LM

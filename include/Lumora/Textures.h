@@ -7,10 +7,10 @@
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
 
+#include "Lumora/CUDATextureEnumerations.h"
 #include "Lumora/Export.h"
 #include "Lumora/PixelFormats.h"
 #include "Lumora/Queues.h"
-#include "Lumora/CUDATextureEnumerations.h"
 
 namespace LM {
 
@@ -33,15 +33,16 @@ struct Texture {
 
 // Prepares the texture reference `textureName` of the module `moduleKey` (clamp/wrap addressing on both
 // axes, the filter mode, the format of `format`). An OpenCL device gets an empty Texture.
-LM_API Texture LoadTexture(const boost::shared_ptr<Device>& device, const char* moduleKey, const char* textureName,
-                           CUaddress_mode addressMode, CUfilter_mode filterMode, PixelFormat format);
+LM_API Texture LoadTexture(const boost::shared_ptr<Device>& device, const char* moduleKey,
+                           const char* textureName, CUaddress_mode addressMode, CUfilter_mode filterMode,
+                           PixelFormat format);
 // Binds the texture to width x height pixels at `data` (rows rowBytes apart) inside the buffer `base`. On
 // OpenCL it makes an image of that size and format and fills it from the buffer. Returns a result code:
 // kResultOutOfMemory when the texture was not prepared; on CUDA kResultUnsupported when rowBytes is not a
 // multiple of the device's texture pitch alignment (CU_DEVICE_ATTRIBUTE_TEXTURE_PITCH_ALIGNMENT, 32 bytes on
 // current GPUs), which the texture hardware cannot bind: AlignPlaneForTexture makes such a plane bindable.
-LM_API int BindTexture(const boost::shared_ptr<Device>& device, Texture& texture, const void* base, const void* data,
-                       int rowBytes, int width, int height, PixelFormat format);
+LM_API int BindTexture(const boost::shared_ptr<Device>& device, Texture& texture, const void* base,
+                       const void* data, int rowBytes, int width, int height, PixelFormat format);
 
 // A plane as BindTexture takes it: the caller's own, or a copy in a scratch block of the device pool.
 struct TexturePlane {

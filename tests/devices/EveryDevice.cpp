@@ -77,7 +77,8 @@ const std::vector<DeviceUnderTest>& DevicesUnderTest() {
     std::vector<DeviceUnderTest> found;
     for (unsigned int index = 0; index < LM::GetDeviceCount(); ++index) {
       const boost::shared_ptr<LM::Device> device = LM::GetDevice(index);
-      if (device && device->IsQualified() && device->WaitForContext()) found.push_back({index, NameOf(*device)});
+      if (device && device->IsQualified() && device->WaitForContext())
+        found.push_back({index, NameOf(*device)});
     }
     return found;
   }();
@@ -130,7 +131,8 @@ TEST(EveryDevice, AtLeastOneDeviceIsUnderTest) {
   EXPECT_FALSE(DevicesUnderTest().empty()) << "no qualified device with a context: is PoCL (pocl-opencl-icd) "
                                               "installed, or an NVIDIA driver present?";
   for (const DeviceUnderTest& device : DevicesUnderTest()) {
-    std::printf("under test: %s, %s\n", device.name.c_str(), LM::GetDevice(device.registryIndex)->GetName().c_str());
+    std::printf("under test: %s, %s\n", device.name.c_str(),
+                LM::GetDevice(device.registryIndex)->GetName().c_str());
   }
 }
 

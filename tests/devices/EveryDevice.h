@@ -39,7 +39,9 @@ class EveryDevice : public testing::TestWithParam<DeviceUnderTest> {
   Bytes Download(const void* block, std::size_t size);
   // Where `bytes` into a block lies, as operations take it: an address on CUDA; on OpenCL only the
   // difference from the block means anything (BindTexture's data − base).
-  static const void* At(const void* block, std::size_t bytes) { return static_cast<const char*>(block) + bytes; }
+  static const void* At(const void* block, std::size_t bytes) {
+    return static_cast<const char*>(block) + bytes;
+  }
 
   boost::shared_ptr<LM::Device> device_;
 
@@ -49,7 +51,8 @@ class EveryDevice : public testing::TestWithParam<DeviceUnderTest> {
 };
 
 // Runs every TEST_P of `Suite` (an EveryDevice) on every device under test.
-#define LM_ON_EVERY_DEVICE(Suite)                                                                   \
-  INSTANTIATE_TEST_SUITE_P(Device, Suite, testing::ValuesIn(DevicesUnderTest()),                    \
-                           [](const testing::TestParamInfo<DeviceUnderTest>& info) { return info.param.name; }); \
+#define LM_ON_EVERY_DEVICE(Suite)                                                           \
+  INSTANTIATE_TEST_SUITE_P(                                                                 \
+      Device, Suite, testing::ValuesIn(DevicesUnderTest()),                                 \
+      [](const testing::TestParamInfo<DeviceUnderTest>& info) { return info.param.name; }); \
   GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Suite)

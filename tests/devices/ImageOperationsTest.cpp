@@ -18,8 +18,12 @@ const LM::PixelFormat kFormats[] = {LM::kPixelFormat_GPU_BGRA_4444_16f, LM::kPix
 bool IsHalf(LM::PixelFormat format) {
   return format == LM::kPixelFormat_GPU_BGRA_4444_16f || format == LM::kPixelFormat_GPU_BGRX_4444_16f;
 }
-int PixelSize(LM::PixelFormat format) { return IsHalf(format) ? 8 : 16; }
-const char* Precision(LM::PixelFormat format) { return IsHalf(format) ? "16f" : "32f"; }
+int PixelSize(LM::PixelFormat format) {
+  return IsHalf(format) ? 8 : 16;
+}
+const char* Precision(LM::PixelFormat format) {
+  return IsHalf(format) ? "16f" : "32f";
+}
 
 // The bytes of one pixel of `color` in `format`.
 Bytes PixelOf(LM::PixelFormat format, const LM::float4& color) {
@@ -44,11 +48,12 @@ Bytes Pattern(std::size_t size, unsigned seed) {
 }
 
 // Copies width × size bytes of each of `rows` rows from src to dst.
-void CopyRows(Bytes& dst, std::size_t dstAt, int dstRowBytes, const Bytes& src, std::size_t srcAt, int srcRowBytes,
-              int rows, int width, int size) {
+void CopyRows(Bytes& dst, std::size_t dstAt, int dstRowBytes, const Bytes& src, std::size_t srcAt,
+              int srcRowBytes, int rows, int width, int size) {
   for (int y = 0; y < rows; ++y) {
     std::memcpy(&dst[dstAt + static_cast<std::size_t>(y) * dstRowBytes],
-                &src[srcAt + static_cast<std::size_t>(y) * srcRowBytes], static_cast<std::size_t>(width) * size);
+                &src[srcAt + static_cast<std::size_t>(y) * srcRowBytes],
+                static_cast<std::size_t>(width) * size);
   }
 }
 
@@ -57,9 +62,9 @@ class ImageOperations : public EveryDevice {};
 // The second colour holds the cases a store rounding other than to nearest even gets wrong: halfway values,
 // one of them subnormal, and the halfway value above the largest half, which rounds to infinity.
 TEST_P(ImageOperations, AFillWritesExactlyTheColourIntoExactlyTheRectangle) {
-  const LM::float4 colors[] = {{0.1f, -2.5f, 1.0f / 3.0f, 65504.0f},
-                               {1.0f + std::ldexp(1.0f, -11), 1.0f + 3 * std::ldexp(1.0f, -11),
-                                -3 * std::ldexp(1.0f, -25), 65520.0f}};
+  const LM::float4 colors[] = {
+      {0.1f, -2.5f, 1.0f / 3.0f, 65504.0f},
+      {1.0f + std::ldexp(1.0f, -11), 1.0f + 3 * std::ldexp(1.0f, -11), -3 * std::ldexp(1.0f, -25), 65520.0f}};
   const struct {
     int width, height, left, top, padding;
   } shapes[] = {{1, 1, 0, 0, 0}, {17, 16, 3, 2, 5}, {333, 47, 1, 4, 7}};
@@ -133,7 +138,8 @@ TEST_P(ImageOperations, OffsetsCountSixteenByteUnitsAsPixelsWhateverTheFormat) {
     void* src = Upload(source);
     void* dst = Upload(expected);
     // 32 bytes in the source and 48 in the destination: 2 and 3 pixels, for 16f as for 32f.
-    ASSERT_EQ(LM::FastDeviceMemcpy2DWithOffsets(device_, src, rowBytes, 32, dst, rowBytes, 48, format, width, height),
+    ASSERT_EQ(LM::FastDeviceMemcpy2DWithOffsets(device_, src, rowBytes, 32, dst, rowBytes, 48, format, width,
+                                                height),
               LM::kResultSuccess);
     CopyRows(expected, 3 * size, rowBytes, source, 2 * size, rowBytes, height, width, size);
     ASSERT_EQ(Download(dst, expected.size()), expected) << Precision(format);

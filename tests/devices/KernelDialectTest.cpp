@@ -47,21 +47,25 @@ TEST_P(KernelDialect, ABoundTextureSamplesExactlyTheDataItWasBoundTo) {
     const std::size_t start = static_cast<std::size_t>(c.offsetRows) * rowBytes + c.offsetPixels * size;
 
     LM::TexturePlane plane;
-    ASSERT_EQ(LM::AlignPlaneForTexture(device_, base, At(base, start), rowBytes, width, height, c.format, &plane),
-              LM::kResultSuccess);
+    ASSERT_EQ(
+        LM::AlignPlaneForTexture(device_, base, At(base, start), rowBytes, width, height, c.format, &plane),
+        LM::kResultSuccess);
     LM::Texture texture = LM::LoadTexture(device_, "TextureProbe", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
                                           CU_TR_FILTER_MODE_POINT, c.format);
-    ASSERT_EQ(LM::BindTexture(device_, texture, plane.base, plane.data, plane.rowBytes, width, height, c.format),
-              LM::kResultSuccess);
+    ASSERT_EQ(
+        LM::BindTexture(device_, texture, plane.base, plane.data, plane.rowBytes, width, height, c.format),
+        LM::kResultSuccess);
     void* sampled = Allocate(static_cast<std::size_t>(width) * height * size);
-    ASSERT_EQ(sampleTextureKernel.Run(device_, width, height, LM::DevicePointer{sampled}, width, is32f, width,
-                                       height, static_cast<int>(texture.offset), LM::ImageObject{texture.image}),
-              LM::kResultSuccess);
+    ASSERT_EQ(
+        sampleTextureKernel.Run(device_, width, height, LM::DevicePointer{sampled}, width, is32f, width,
+                                height, static_cast<int>(texture.offset), LM::ImageObject{texture.image}),
+        LM::kResultSuccess);
     LM::ReleaseTexturePlane(device_, &plane, device_->GetCommandQueue()->RecordEvent());
     const Bytes result = Download(sampled, static_cast<std::size_t>(width) * height * size);
     for (int y = 0; y < height; ++y) {
       ASSERT_EQ(std::memcmp(&result[static_cast<std::size_t>(y) * width * size],
-                            &source[start + static_cast<std::size_t>(y) * rowBytes], static_cast<std::size_t>(width) * size),
+                            &source[start + static_cast<std::size_t>(y) * rowBytes],
+                            static_cast<std::size_t>(width) * size),
                 0)
           << "row " << y << ", texture offset " << texture.offset;
     }
@@ -87,8 +91,8 @@ TEST_P(KernelDialect, PixelLoadsArithmeticAndStoresAreExactInBothPrecisions) {
     }
     void* src = Upload(source);
     void* dst = Upload(Bytes(source.size(), 0));
-    ASSERT_EQ(pixelArithmeticKernel.Run(device_, width, height, LM::DevicePointer{src}, LM::DevicePointer{dst},
-                                        pitch, is32f, width, height, scale,
+    ASSERT_EQ(pixelArithmeticKernel.Run(device_, width, height, LM::DevicePointer{src},
+                                        LM::DevicePointer{dst}, pitch, is32f, width, height, scale,
                                         LM::float4{offset[0], offset[1], offset[2], offset[3]},
                                         LM::float4{gain[0], gain[1], gain[2], gain[3]}),
               LM::kResultSuccess);
@@ -121,13 +125,16 @@ TEST_P(KernelDialect, AFamilyLaunchesTheVariantItIsAskedFor) {
     std::memcpy(bytes.data(), values.data(), bytes.size());
     void* buffer = Upload(bytes);
     boost::shared_ptr<LM::Event> done;
-    ASSERT_EQ(familyProbe.Launch(device_, variant, count, 1, &done, LM::DevicePointer{buffer}, count, operand),
-              LM::kResultSuccess);
+    ASSERT_EQ(
+        familyProbe.Launch(device_, variant, count, 1, &done, LM::DevicePointer{buffer}, count, operand),
+        LM::kResultSuccess);
     ASSERT_TRUE(done);
     done->Wait();
     const Bytes result = Download(buffer, bytes.size());
     for (int i = 0; i < count; ++i) {
-      const float expected = variant == 0 ? values[i] + operand : variant == 1 ? values[i] * operand : -values[i];
+      const float expected = variant == 0   ? values[i] + operand
+                             : variant == 1 ? values[i] * operand
+                                            : -values[i];
       float value;
       std::memcpy(&value, &result[i * sizeof(float)], sizeof value);
       ASSERT_EQ(value, expected) << "variant " << variant << ", value " << i;

@@ -12,19 +12,48 @@
 namespace {
 
 // The names the driver also exports with the suffix _v2, by the interface change that brought them.
-const std::set<std::string> kNamesOf4000 = {"cuCtxDestroy", "cuCtxPopCurrent", "cuCtxPushCurrent", "cuStreamDestroy",
-                                            "cuEventDestroy"};
-const std::set<std::string> kPointerWidthNames = {
-    "cuDeviceTotalMem",      "cuCtxCreate",        "cuModuleGetGlobal",         "cuMemGetInfo",
-    "cuMemAlloc",            "cuMemAllocPitch",    "cuMemFree",                 "cuMemGetAddressRange",
-    "cuMemAllocHost",        "cuMemHostGetDevicePointer", "cuMemcpyHtoD",       "cuMemcpyDtoH",
-    "cuMemcpyDtoD",          "cuMemcpyDtoA",       "cuMemcpyAtoD",              "cuMemcpyHtoA",
-    "cuMemcpyAtoH",          "cuMemcpyAtoA",       "cuMemcpy2D",                "cuMemcpy2DUnaligned",
-    "cuMemcpy3D",            "cuMemcpyHtoDAsync",  "cuMemcpyDtoHAsync",         "cuMemcpyHtoAAsync",
-    "cuMemcpyAtoHAsync",     "cuMemcpy2DAsync",    "cuMemcpy3DAsync",           "cuMemsetD8",
-    "cuMemsetD16",           "cuMemsetD32",        "cuMemsetD2D8",              "cuMemsetD2D16",
-    "cuMemsetD2D32",         "cuArrayCreate",      "cuArrayGetDescriptor",      "cuArray3DCreate",
-    "cuArray3DGetDescriptor", "cuTexRefSetAddress", "cuTexRefSetAddress2D",     "cuTexRefGetAddress"};
+const std::set<std::string> kNamesOf4000 = {"cuCtxDestroy", "cuCtxPopCurrent", "cuCtxPushCurrent",
+                                            "cuStreamDestroy", "cuEventDestroy"};
+const std::set<std::string> kPointerWidthNames = {"cuDeviceTotalMem",
+                                                  "cuCtxCreate",
+                                                  "cuModuleGetGlobal",
+                                                  "cuMemGetInfo",
+                                                  "cuMemAlloc",
+                                                  "cuMemAllocPitch",
+                                                  "cuMemFree",
+                                                  "cuMemGetAddressRange",
+                                                  "cuMemAllocHost",
+                                                  "cuMemHostGetDevicePointer",
+                                                  "cuMemcpyHtoD",
+                                                  "cuMemcpyDtoH",
+                                                  "cuMemcpyDtoD",
+                                                  "cuMemcpyDtoA",
+                                                  "cuMemcpyAtoD",
+                                                  "cuMemcpyHtoA",
+                                                  "cuMemcpyAtoH",
+                                                  "cuMemcpyAtoA",
+                                                  "cuMemcpy2D",
+                                                  "cuMemcpy2DUnaligned",
+                                                  "cuMemcpy3D",
+                                                  "cuMemcpyHtoDAsync",
+                                                  "cuMemcpyDtoHAsync",
+                                                  "cuMemcpyHtoAAsync",
+                                                  "cuMemcpyAtoHAsync",
+                                                  "cuMemcpy2DAsync",
+                                                  "cuMemcpy3DAsync",
+                                                  "cuMemsetD8",
+                                                  "cuMemsetD16",
+                                                  "cuMemsetD32",
+                                                  "cuMemsetD2D8",
+                                                  "cuMemsetD2D16",
+                                                  "cuMemsetD2D32",
+                                                  "cuArrayCreate",
+                                                  "cuArrayGetDescriptor",
+                                                  "cuArray3DCreate",
+                                                  "cuArray3DGetDescriptor",
+                                                  "cuTexRefSetAddress",
+                                                  "cuTexRefSetAddress2D",
+                                                  "cuTexRefGetAddress"};
 const std::set<std::string> kOtherV2Names = {"cuGLCtxCreate", "cuGraphicsResourceGetMappedPointer"};
 
 struct Slot {
@@ -100,7 +129,8 @@ TEST(CUDADriverBinder, EachApiLevelBindsItsOwnNames) {
   EXPECT_EQ(fake->CallNames(), (std::vector<std::string>{"cuInit", "cuDriverGetVersion"}));
   EXPECT_EQ(fake->CallArgs(0), std::vector<unsigned long long>{7});
   // The legacy level takes plain names but still requires the 4.0 group; 3020 adds the pointer-width names.
-  ExpectSlots(*fake, [](const std::string& name) { return name == "cuStreamWaitEvent" ? std::string() : name; });
+  ExpectSlots(*fake,
+              [](const std::string& name) { return name == "cuStreamWaitEvent" ? std::string() : name; });
   EXPECT_EQ(Bind(0, 3020).result, 0);
   ExpectSlots(*fake, [](const std::string& name) {
     if (name == "cuStreamWaitEvent") return std::string();
@@ -108,8 +138,9 @@ TEST(CUDADriverBinder, EachApiLevelBindsItsOwnNames) {
   });
   EXPECT_EQ(Bind(0, 4000).result, 0);
   ExpectSlots(*fake, [](const std::string& name) {
-    return kNamesOf4000.count(name) || kPointerWidthNames.count(name) || kOtherV2Names.count(name) ? name + "_v2"
-                                                                                                     : name;
+    return kNamesOf4000.count(name) || kPointerWidthNames.count(name) || kOtherV2Names.count(name)
+               ? name + "_v2"
+               : name;
   });
 }
 

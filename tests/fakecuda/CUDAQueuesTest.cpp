@@ -13,7 +13,9 @@ namespace {
 
 using Words = std::vector<unsigned long long>;
 
-unsigned long long Handle(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
+unsigned long long Handle(const void* pointer) {
+  return reinterpret_cast<std::uintptr_t>(pointer);
+}
 
 // The calls named `name`, as (index in the log, arguments).
 std::vector<std::pair<std::size_t, Words>> CallsOf(const FakeCUDA& fake, const std::string& name) {
@@ -28,7 +30,8 @@ std::vector<std::pair<std::size_t, Words>> CallsOf(const FakeCUDA& fake, const s
 void* FakeKernel(const FakeCUDA& fake) {
   CUmodule module = nullptr;
   CUfunction function = nullptr;
-  const char image[] = ".version 6.4\n.target sm_75\n.address_size 64\n.visible .entry TestKernel()\n{\n\tret;\n}\n";
+  const char image[] =
+      ".version 6.4\n.target sm_75\n.address_size 64\n.visible .entry TestKernel()\n{\n\tret;\n}\n";
   EXPECT_EQ(LM::CUDA.cuModuleLoadData(&module, image), CUDA_SUCCESS);
   EXPECT_EQ(LM::CUDA.cuModuleGetFunction(&function, module, "TestKernel"), CUDA_SUCCESS);
   fake.fakecuda_ClearCallLog();
@@ -55,7 +58,8 @@ TEST_F(CUDAQueues, ALaunchSetsTheBlockShapeThenLaunchesOnTheMainStreamThenRecord
   boost::shared_ptr<LM::Event> done;
   EXPECT_EQ(queue_->LaunchKernel(kernel, 2, 1, 16, 16, &done), LM::kResultSuccess);
   ASSERT_TRUE(done);
-  ASSERT_EQ(fake_->CallNames(), (std::vector<std::string>{"cuFuncSetBlockShape", "cuLaunchGridAsync", "cuEventRecord"}));
+  ASSERT_EQ(fake_->CallNames(),
+            (std::vector<std::string>{"cuFuncSetBlockShape", "cuLaunchGridAsync", "cuEventRecord"}));
   EXPECT_EQ(fake_->CallArgs(0), (Words{Handle(kernel), 16, 16, 1}));
   EXPECT_EQ(fake_->CallArgs(1), (Words{Handle(kernel), 2, 1, Handle(queue_->GetNativeQueue())}));
   EXPECT_EQ(fake_->CallArgs(2)[1], Handle(queue_->GetNativeQueue()));

@@ -32,7 +32,8 @@ class CUDADevice : public testing::Test {
   boost::shared_ptr<LM::Device> Make(const char* name = "Card", int major = 7, int minor = 5,
                                      unsigned long long memory = 8 * kGiB) {
     const int ordinal = fake_->fakecuda_AddDevice(name, major, minor, memory);
-    return LM::Device::Create(static_cast<unsigned int>(ordinal), static_cast<unsigned int>(ordinal), ordinal);
+    return LM::Device::Create(static_cast<unsigned int>(ordinal), static_cast<unsigned int>(ordinal),
+                              ordinal);
   }
 
   std::unique_ptr<FakeCUDA> fake_;
@@ -82,7 +83,8 @@ TEST_F(CUDADevice, InitializingMakesContextQueueAndPoolsSizedFromMemory) {
   device->GetDeviceMemory()->GetStatistics(&total, &freeBlocks, &liveBlocks, &lowMark, &highMark);
   EXPECT_EQ(lowMark, static_cast<std::size_t>(static_cast<float>(8 * kGiB) * 0.4f));
   EXPECT_EQ(highMark, static_cast<std::size_t>(static_cast<float>(8 * kGiB) * 0.6f));
-  const unsigned long long hostBase = std::min<unsigned long long>(zelcore::utility::TotalPhysicalMemory(), 10 * kGiB);
+  const unsigned long long hostBase =
+      std::min<unsigned long long>(zelcore::utility::TotalPhysicalMemory(), 10 * kGiB);
   device->GetHostMemory()->GetStatistics(&total, &freeBlocks, &liveBlocks, &lowMark, &highMark);
   EXPECT_EQ(lowMark, static_cast<std::size_t>(static_cast<float>(hostBase) * 0.05f));
   EXPECT_EQ(highMark, static_cast<std::size_t>(static_cast<float>(hostBase) * 0.1f));

@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 #include <zelcore/Threads.h>
 
-#include <boost/make_shared.hpp>
-
 #include <atomic>
+#include <boost/make_shared.hpp>
 #include <chrono>
 #include <deque>
 #include <mutex>
@@ -38,7 +37,10 @@ class ManualExecutor : public zelcore::threads::AsyncExecutor {
   const std::string& Name() const override { return name_; }
   void WaitUntilIdle() override {}
 
-  std::size_t Pending() { std::lock_guard<std::mutex> lock(mutex_); return tasks_.size(); }
+  std::size_t Pending() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return tasks_.size();
+  }
   // Runs the tasks queued now (not those they queue).
   void RunPass() {
     std::deque<boost::function<void()>> tasks;
@@ -109,7 +111,8 @@ TEST_F(EventPoll, APassThatFindsNothingCompleteKeepsTheListAndQueuesItselfAgain)
   LM::AddEventPoll(device_, done, [&order] { order.push_back(2); });
   done->complete = true;
   executor_->RunPass();
-  EXPECT_EQ(order, (std::vector<int>{2})) << "a later complete event does not wait for an earlier pending one";
+  EXPECT_EQ(order, (std::vector<int>{2}))
+      << "a later complete event does not wait for an earlier pending one";
   ASSERT_TRUE(executor_->AwaitPass());
   EXPECT_EQ(order, (std::vector<int>{2}));
   pending->complete = true;

@@ -1,7 +1,7 @@
 // Start-up and shut-down on the fake driver: the registry, qualification at start-up, the one-way start,
 // the driver hint, and the set of names the host registers.
-#include <gtest/gtest.h>
 #include <TQ/Suites.h>
+#include <gtest/gtest.h>
 #include <zelcore/Debug.h>
 
 #include <cstring>
@@ -94,7 +94,8 @@ TEST_F(Lifecycle, AfterAFullShutDownANewStartEnumeratesAgainButStartsNothing) {
   LM::Initialize(true);
   char registered[sizeof(LM_DeviceSuite)] = {};
   ASSERT_TRUE(TQ::AcquireSuite(LM_DEVICE_SUITE_NAME, LM_DEVICE_SUITE_VERSION, registered, sizeof registered));
-  EXPECT_EQ(std::memcmp(registered, sentinel, sizeof sentinel), 0) << "the suite is registered once per process";
+  EXPECT_EQ(std::memcmp(registered, sentinel, sizeof sentinel), 0)
+      << "the suite is registered once per process";
   ASSERT_EQ(LM::GetDeviceCount(), 1u);
   EXPECT_FALSE(LM::GetDevice(0)->IsQualified());
   EXPECT_FALSE(LM::GetDevice(0)->WaitForContext());

@@ -80,14 +80,21 @@ TEST(CUDAModuleLoad, TheFakeDriverRefusesWhatTheRealOneRefuses) {
     int offset;
     unsigned bytes;
     CUresult expected;
-  } writes[] = {{0, 8, CUDA_SUCCESS}, {8, 4, CUDA_SUCCESS}, {16, 16, CUDA_SUCCESS}, {12, 4, CUDA_ERROR_INVALID_VALUE},
-                {20, 4, CUDA_ERROR_INVALID_VALUE}, {24, 16, CUDA_ERROR_INVALID_VALUE}, {-4, 4, CUDA_ERROR_INVALID_VALUE}};
+  } writes[] = {{0, 8, CUDA_SUCCESS},
+                {8, 4, CUDA_SUCCESS},
+                {16, 16, CUDA_SUCCESS},
+                {12, 4, CUDA_ERROR_INVALID_VALUE},
+                {20, 4, CUDA_ERROR_INVALID_VALUE},
+                {24, 16, CUDA_ERROR_INVALID_VALUE},
+                {-4, 4, CUDA_ERROR_INVALID_VALUE}};
   for (const auto& write : writes) {
-    EXPECT_EQ(LM::CUDA.cuParamSetv(function, write.offset, value, write.bytes), write.expected) << write.offset;
+    EXPECT_EQ(LM::CUDA.cuParamSetv(function, write.offset, value, write.bytes), write.expected)
+        << write.offset;
   }
   EXPECT_EQ(LM::CUDA.cuParamSetSize(function, 28), CUDA_ERROR_INVALID_VALUE);
   EXPECT_EQ(LM::CUDA.cuParamSetSize(function, 32), CUDA_SUCCESS);
-  EXPECT_EQ(LM::CUDA.cuLaunchGridAsync(function, 1, 1, nullptr), CUDA_ERROR_INVALID_VALUE) << "no block shape yet";
+  EXPECT_EQ(LM::CUDA.cuLaunchGridAsync(function, 1, 1, nullptr), CUDA_ERROR_INVALID_VALUE)
+      << "no block shape yet";
   ASSERT_EQ(LM::CUDA.cuFuncSetBlockShape(function, 16, 16, 1), CUDA_SUCCESS);
   EXPECT_EQ(LM::CUDA.cuLaunchGridAsync(function, 1, 1, nullptr), CUDA_SUCCESS);
 

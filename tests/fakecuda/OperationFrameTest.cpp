@@ -13,11 +13,11 @@
 #include "ExecutableFolder.h"
 #include "FakeDriverBinding.h"
 #include "ImageProcessing/KernelFamily.h"
-#include "ProbeKernels.h"
 #include "Lumora/Device.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
 #include "Lumora/Textures.h"
+#include "ProbeKernels.h"
 
 namespace {
 
@@ -70,8 +70,9 @@ class CUDAOperationsWithoutFills : public CUDAOperations {
 
 TEST_F(CUDAOperations, AFillLaunchesWholeBlocksWithEveryParameterAtItsAlignedOffset) {
   const LM::float4 color = {0.25f, 0.5f, 0.75f, 1.0f};
-  ASSERT_EQ(LM::FillWithColor(device_, buffer_, 4096, LM::kPixelFormat_GPU_BGRA_4444_16f, 3, 5, 17, 16, color),
-            LM::kResultSuccess);
+  ASSERT_EQ(
+      LM::FillWithColor(device_, buffer_, 4096, LM::kPixelFormat_GPU_BGRA_4444_16f, 3, 5, 17, 16, color),
+      LM::kResultSuccess);
   const FakeCUDALaunch launch = OnlyLaunch();
   EXPECT_STREQ(launch.function, "FillWithColorKernel");
   EXPECT_EQ((std::vector<unsigned>{launch.gridX, launch.gridY, launch.blockX, launch.blockY, launch.blockZ}),
@@ -103,11 +104,13 @@ TEST_F(CUDAOperations, PitchAndFlagFollowTheFormat) {
 
 TEST_F(CUDAOperations, EmptyExtentsAndSameBufferCopiesDoNothing) {
   EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0, 5), 0);
-  EXPECT_EQ(LM::FastDeviceMemcpy2D(device_, buffer_, 64, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 4, 4), 0);
+  EXPECT_EQ(
+      LM::FastDeviceMemcpy2D(device_, buffer_, 64, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 4, 4), 0);
   EXPECT_EQ(LM::FastDeviceMemcpy2DWithOffsets(device_, buffer_, 64, 16, buffer_, 64, 32,
                                               LM::kPixelFormat_GPU_BGRA_4444_16f, 4, 4),
             0);
-  EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 2, 2, 1, 1),
+  EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 2,
+                               2, 1, 1),
             0);
   EXPECT_EQ(fake_->fakecuda_CallLogSize(), 0u) << "nothing reached the driver, not even a module load";
 }
@@ -127,7 +130,8 @@ TEST_F(CUDAOperations, CopiesConvertPitchesByFormatAndOffsetsBySixteenBytes) {
   for (int i = 0; i < 5; ++i) EXPECT_EQ(At<int>(launch, 24 + 4 * i), rest[i]) << i;
 
   fake_->fakecuda_ClearCallLog();
-  ASSERT_EQ(LM::DeviceCopyRect(device_, buffer_, 1024, other, 1024, LM::kPixelFormat_GPU_BGRA_4444_32f, 1, 2, 3, 4, 5, 6),
+  ASSERT_EQ(LM::DeviceCopyRect(device_, buffer_, 1024, other, 1024, LM::kPixelFormat_GPU_BGRA_4444_32f, 1, 2,
+                               3, 4, 5, 6),
             LM::kResultSuccess);
   launch = OnlyLaunch();
   EXPECT_EQ(At<int>(launch, 8), 64);
@@ -150,7 +154,8 @@ TEST_F(CUDAOperationsWithoutFills, AMissingModuleFailsEveryCallUntilTheContextIs
   // A missing kernel in a present module is cached the same way.
   char other[64];
   for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, other, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0, 0, 1, 1),
+    EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, other, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0,
+                                 0, 1, 1),
               LM::kResultFailed);
   }
   EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleGetFunction"), 1u) << "the failed lookup is not retried";
@@ -162,7 +167,8 @@ TEST_F(CUDAOperationsWithoutFills, AMissingModuleFailsEveryCallUntilTheContextIs
   device_->ResetDebugFlags();
   access_.emplace(*device_);
   fake_->fakecuda_ClearCallLog();
-  EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, other, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0, 0, 1, 1),
+  EXPECT_EQ(LM::DeviceCopyRect(device_, buffer_, 64, other, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 0,
+                               0, 1, 1),
             LM::kResultFailed);
   EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleGetFunction"), 1u);
 }
@@ -175,7 +181,8 @@ TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
   const auto formats = fake_->CallNames();
   for (std::size_t i = 0; i < formats.size(); ++i) {
     if (formats[i] == "cuTexRefSetFormat") {
-      EXPECT_EQ(fake_->CallArgs(i)[1], static_cast<unsigned long long>(CU_AD_FORMAT_FLOAT)) << "half set up as float";
+      EXPECT_EQ(fake_->CallArgs(i)[1], static_cast<unsigned long long>(CU_AD_FORMAT_FLOAT))
+          << "half set up as float";
       EXPECT_EQ(fake_->CallArgs(i)[2], 4u);
     }
   }
@@ -184,7 +191,9 @@ TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
   unsigned long long width, height, address, pitch;
   int format;
   unsigned channels;
-  ASSERT_EQ(LM::BindTexture(device_, texture, memory, memory, 1024, 100, 20, LM::kPixelFormat_GPU_BGRA_4444_16f), 0);
+  ASSERT_EQ(
+      LM::BindTexture(device_, texture, memory, memory, 1024, 100, 20, LM::kPixelFormat_GPU_BGRA_4444_16f),
+      0);
   EXPECT_EQ(texture.offset, 0);
   ASSERT_EQ(fake_->fakecuda_LastTextureBinding(&width, &height, &format, &channels, &address, &pitch), 1);
   EXPECT_EQ((std::vector<unsigned long long>{width, height, channels, pitch}),
@@ -192,7 +201,8 @@ TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
   EXPECT_EQ(format, CU_AD_FORMAT_HALF) << "bound as half";
   EXPECT_EQ(address, reinterpret_cast<std::uintptr_t>(memory));
 
-  ASSERT_EQ(LM::BindTexture(device_, texture, memory, memory + 48, 1024, 100, 20, LM::kPixelFormat_GPU_BGRA_4444_32f),
+  ASSERT_EQ(LM::BindTexture(device_, texture, memory, memory + 48, 1024, 100, 20,
+                            LM::kPixelFormat_GPU_BGRA_4444_32f),
             0);
   EXPECT_EQ(texture.offset, 48);
   ASSERT_EQ(fake_->fakecuda_LastTextureBinding(&width, &height, &format, &channels, &address, &pitch), 1);
@@ -211,7 +221,8 @@ TEST_F(CUDAOperations, APitchTheTextureCannotBindIsRefusedOrCopiedToOneItCan) {
   const int width = 7, height = 3, rowBytes = 1000;  // 56 bytes of texels a row
   alignas(512) static unsigned char source[3 * 1000];
   for (std::size_t i = 0; i < sizeof source; ++i) source[i] = static_cast<unsigned char>(i * 7);
-  EXPECT_EQ(LM::BindTexture(device_, texture, source, source, rowBytes, width, height, format), LM::kResultUnsupported);
+  EXPECT_EQ(LM::BindTexture(device_, texture, source, source, rowBytes, width, height, format),
+            LM::kResultUnsupported);
 
   LM::TexturePlane plane;
   ASSERT_EQ(LM::AlignPlaneForTexture(device_, source, source + 16, 1024, width, height, format, &plane), 0);
@@ -219,15 +230,19 @@ TEST_F(CUDAOperations, APitchTheTextureCannotBindIsRefusedOrCopiedToOneItCan) {
             (std::vector<const void*>{source, source + 16, nullptr}))
       << "a pitch that suits is bound as it is";
 
-  ASSERT_EQ(LM::AlignPlaneForTexture(device_, source, source + 16, rowBytes, width, height, format, &plane), 0);
+  ASSERT_EQ(LM::AlignPlaneForTexture(device_, source, source + 16, rowBytes, width, height, format, &plane),
+            0);
   ASSERT_NE(plane.scratch, nullptr);
   EXPECT_EQ(plane.rowBytes, 64);
   EXPECT_EQ(plane.data, plane.scratch);
   for (int y = 0; y < height; ++y) {
-    EXPECT_EQ(std::memcmp(static_cast<const unsigned char*>(plane.data) + y * 64, source + 16 + y * rowBytes, 56), 0)
+    EXPECT_EQ(
+        std::memcmp(static_cast<const unsigned char*>(plane.data) + y * 64, source + 16 + y * rowBytes, 56),
+        0)
         << "row " << y;
   }
-  ASSERT_EQ(LM::BindTexture(device_, texture, plane.base, plane.data, plane.rowBytes, width, height, format), 0);
+  ASSERT_EQ(LM::BindTexture(device_, texture, plane.base, plane.data, plane.rowBytes, width, height, format),
+            0);
   LM::ReleaseTexturePlane(device_, &plane, device_->GetCommandQueue()->RecordEvent());
   EXPECT_EQ(plane.scratch, nullptr);
   EXPECT_EQ(device_->GetDeviceMemory()->GetUsedSize(), 0u) << "the scratch block went back to the pool";
@@ -235,12 +250,16 @@ TEST_F(CUDAOperations, APitchTheTextureCannotBindIsRefusedOrCopiedToOneItCan) {
 
 // Two host declarations of FillWithColorKernel that drifted from its parameter list: one too long runs past
 // the kernel's parameter bytes, one of the same size misplaces the colour.
+// clang-format off
 #define LM_PARAMETERS_TooLong(P) \
   P(BUFFER, buffer) P(INT, pitch) P(INT, is32f) P(INT, left) P(INT, top) P(INT, width) P(INT, height) \
   P(FLOAT4, color) P(INT, extra)
+// clang-format on
+// clang-format off
 #define LM_PARAMETERS_Misaligned(P) \
   P(BUFFER, buffer) P(INT, pitch) P(INT, is32f) P(INT, left) P(INT, top) P(INT, width) P(INT, height) \
   P(FLOAT, b) P(FLOAT, g) P(FLOAT, r) P(FLOAT, a)
+// clang-format on
 LM_KERNEL_PARAMETERS(TooLongParameters, LM_PARAMETERS_TooLong);
 LM_KERNEL_PARAMETERS(MisalignedParameters, LM_PARAMETERS_Misaligned);
 
@@ -250,7 +269,8 @@ TEST_F(CUDAOperations, AHostDeclarationThatDriftedFromItsKernelIsRefused) {
   LM::KernelFamily<MisalignedParameters, 1> misaligned("Fills", {"FillWithColorKernel"});
   const LM::DevicePointer buffer{buffer_};
   EXPECT_EQ(tooLong.Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, LM::float4{}, 0), LM::kResultFailed);
-  EXPECT_EQ(misaligned.Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, 0.0f, 0.0f, 0.0f, 0.0f), LM::kResultFailed);
+  EXPECT_EQ(misaligned.Run(device_, 1, 1, buffer, 4, 1, 0, 0, 1, 1, 0.0f, 0.0f, 0.0f, 0.0f),
+            LM::kResultFailed);
   EXPECT_EQ(fake_->fakecuda_LaunchCount(), 0u);
 }
 
@@ -263,7 +283,8 @@ TEST_F(CUDAOperations, AFamilyLaunchesTheChosenVariantWithItsGeometry) {
     ASSERT_EQ(familyProbe.Launch(device_, variant, 37, 1, &done, LM::DevicePointer{buffer_}, 37, 2.0f), 0);
     EXPECT_TRUE(done) << "the launch hands back its completion event";
     const FakeCUDALaunch launch = OnlyLaunch();
-    const char* names[] = {"FamilyProbe_Add_Kernel", "FamilyProbe_Multiply_Kernel", "FamilyProbe_Negate_Kernel"};
+    const char* names[] = {"FamilyProbe_Add_Kernel", "FamilyProbe_Multiply_Kernel",
+                           "FamilyProbe_Negate_Kernel"};
     EXPECT_STREQ(launch.function, names[variant]);
     EXPECT_EQ((std::vector<unsigned>{launch.gridX, launch.gridY, launch.blockX, launch.blockY}),
               (std::vector<unsigned>{2, 1, 32, 1}));
@@ -293,8 +314,9 @@ TEST_F(CUDAOperations, ArgumentAndLaunchFailuresAreMappedAndNothingIsLaunchedAft
   EXPECT_EQ(fake_->fakecuda_LaunchCount(), 0u);
   EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1),
             LM::kResultSuccess);
-  EXPECT_EQ(LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::PixelFormat{0x12345678u, 0x00080000u}, 0, 0, 1, 1),
-            LM::kResultUnsupported)
+  EXPECT_EQ(
+      LM::FillWithOpaqueBlack(device_, buffer_, 64, LM::PixelFormat{0x12345678u, 0x00080000u}, 0, 0, 1, 1),
+      LM::kResultUnsupported)
       << "a format without a pixel size is refused, not divided by";
 }
 

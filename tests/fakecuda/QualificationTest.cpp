@@ -37,7 +37,8 @@ TEST_F(Qualification, EveryTestAtItsBoundary) {
   EXPECT_STREQ(LM::FirstFailedRequirement(Make("Boundary Card", 1, 1, kMemoryUpTo11, 3999)), "driver");
   EXPECT_STREQ(LM::FirstFailedRequirement(Make("Boundary Card", 1, 0, kMemoryUpTo11)), "compute capability");
   EXPECT_STREQ(LM::FirstFailedRequirement(Make("Boundary Card", 1, 1, kMemoryUpTo11 - 1)), "memory");
-  EXPECT_STREQ(LM::FirstFailedRequirement(Make("Boundary Card", 9, 0, kMemory * 8, 12000, 4)), "device count");
+  EXPECT_STREQ(LM::FirstFailedRequirement(Make("Boundary Card", 9, 0, kMemory * 8, 12000, 4)),
+               "device count");
   EXPECT_STREQ(LM::FirstFailedRequirement(Make("Other Card", 9, 0, kMemory * 8, 12000)), "card list");
 }
 
@@ -49,11 +50,13 @@ TEST_F(Qualification, LaterCapabilitiesNeedLessMemory) {
 
 TEST_F(Qualification, ACardListMatchesWholeLinesExactly) {
   folder_.Write("cuda_supported_cards.txt", "GeForce A\r\nGeForce B \ngeforce c\n\nGeForce D");
-  EXPECT_TRUE(LM::MatchesNamedCardList(Make("GeForce A", 7, 5, kMemory * 8))) << "carriage returns are stripped";
+  EXPECT_TRUE(LM::MatchesNamedCardList(Make("GeForce A", 7, 5, kMemory * 8)))
+      << "carriage returns are stripped";
   EXPECT_FALSE(LM::MatchesNamedCardList(Make("GeForce B", 7, 5, kMemory * 8))) << "a trailing blank is kept";
   EXPECT_FALSE(LM::MatchesNamedCardList(Make("GeForce C", 7, 5, kMemory * 8))) << "case counts";
   EXPECT_FALSE(LM::MatchesNamedCardList(Make("GeForce", 7, 5, kMemory * 8))) << "no prefixes";
-  EXPECT_TRUE(LM::MatchesNamedCardList(Make("GeForce D", 7, 5, kMemory * 8))) << "the last line needs no newline";
+  EXPECT_TRUE(LM::MatchesNamedCardList(Make("GeForce D", 7, 5, kMemory * 8)))
+      << "the last line needs no newline";
   EXPECT_TRUE(LM::MatchesNamedCardList(Make("", 7, 5, kMemory * 8))) << "a blank line matches an empty name";
 }
 

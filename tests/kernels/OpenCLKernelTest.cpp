@@ -28,11 +28,14 @@ Function* RuntimeEntry(const char* name) {
   return reinterpret_cast<Function*>(dlsym(runtime, name));
 }
 
-void ReleaseKernel(cl_kernel kernel) { RuntimeEntry<decltype(clReleaseKernel)>("clReleaseKernel")(kernel); }
+void ReleaseKernel(cl_kernel kernel) {
+  RuntimeEntry<decltype(clReleaseKernel)>("clReleaseKernel")(kernel);
+}
 
 std::string ModuleText(const std::string& module) {
   std::string text;
-  EXPECT_TRUE(LM::LookUpModuleImage(LM::kDeviceFramework_OpenCL, LM::kVendor_Unknown, 1.2, module, text)) << module;
+  EXPECT_TRUE(LM::LookUpModuleImage(LM::kDeviceFramework_OpenCL, LM::kVendor_Unknown, 1.2, module, text))
+      << module;
   return text;
 }
 
@@ -108,7 +111,8 @@ TEST(KernelModules, OpenCLTextsOfferEveryDeclaredKernelWithItsListsParameters) {
   std::set<std::string> declared;
   for (const LM::KernelSignature& kernel : kernels) declared.insert(kernel.module);
   for (const auto& record : LM::GetKernelRecords(LM::kDeviceFramework_OpenCL, LM::kVendor_Unknown, 1.2)) {
-    EXPECT_EQ(declared.count(record.moduleName), 1u) << record.moduleName << " is registered but declares nothing";
+    EXPECT_EQ(declared.count(record.moduleName), 1u)
+        << record.moduleName << " is registered but declares nothing";
     ASSERT_NE(Program(cl, record.moduleName).program, nullptr) << record.moduleName << " does not build";
   }
   for (const std::string& module : declared) {
@@ -116,17 +120,19 @@ TEST(KernelModules, OpenCLTextsOfferEveryDeclaredKernelWithItsListsParameters) {
     const char* source = text.c_str();
     cl_int error = CL_SUCCESS;
     cl_program program = clCreateProgramWithSource(cl.context, 1, &source, nullptr, &error);
-    ASSERT_EQ(clBuildProgram(program, 1, &cl.device, "-cl-kernel-arg-info", nullptr, nullptr), CL_SUCCESS) << module;
+    ASSERT_EQ(clBuildProgram(program, 1, &cl.device, "-cl-kernel-arg-info", nullptr, nullptr), CL_SUCCESS)
+        << module;
     for (const LM::KernelSignature& kernel : kernels) {
       if (module != kernel.module) continue;
       const cl_kernel made = clCreateKernel(program, kernel.name, &error);
       ASSERT_EQ(error, CL_SUCCESS) << kernel.name;
       cl_uint count = 0;
-      RuntimeEntry<decltype(clGetKernelInfo)>("clGetKernelInfo")(made, CL_KERNEL_NUM_ARGS, sizeof count, &count,
-                                                                 nullptr);
+      RuntimeEntry<decltype(clGetKernelInfo)>("clGetKernelInfo")(made, CL_KERNEL_NUM_ARGS, sizeof count,
+                                                                 &count, nullptr);
       EXPECT_EQ(count, kernel.count) << kernel.name;
       for (cl_uint i = 0; i < count && i < kernel.count; ++i) {
-        EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_NAME), kernel.parameters[i].name) << kernel.name << " " << i;
+        EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_NAME), kernel.parameters[i].name)
+            << kernel.name << " " << i;
         EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_TYPE_NAME), kernel.parameters[i].openCLType)
             << kernel.name << " " << kernel.parameters[i].name;
       }

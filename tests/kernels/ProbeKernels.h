@@ -9,7 +9,8 @@ LM_KERNEL_PARAMETERS(SampleTextureParameters, LM_PARAMETERS_SampleTextureKernel)
 LM_KERNEL_PARAMETERS(PixelArithmeticParameters, LM_PARAMETERS_PixelArithmeticKernel);
 LM_KERNEL_PARAMETERS(FamilyProbeParameters, LM_PARAMETERS_FamilyProbe);
 
-inline LM::KernelFamily<SampleTextureParameters, 1> sampleTextureKernel("TextureProbe", {"SampleTextureKernel"});
+inline LM::KernelFamily<SampleTextureParameters, 1> sampleTextureKernel("TextureProbe",
+                                                                        {"SampleTextureKernel"});
 inline LM::KernelFamily<PixelArithmeticParameters, 1> pixelArithmeticKernel("DialectProbe",
                                                                             {"PixelArithmeticKernel"});
 inline LM::KernelFamily<FamilyProbeParameters, LM_VARIANT_COUNT(FamilyProbe)> familyProbe(

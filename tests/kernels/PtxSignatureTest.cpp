@@ -29,7 +29,8 @@ std::map<std::string, std::string> ModuleTexts() {
   for (const auto& file : std::filesystem::directory_iterator(BuiltPtxFolder())) {
     const std::string title = file.path().stem().string();
     const std::size_t suffix = title.rfind("_NVIDIA");
-    if (file.path().extension() != ".ptx" || suffix == std::string::npos || suffix + 7 != title.size()) continue;
+    if (file.path().extension() != ".ptx" || suffix == std::string::npos || suffix + 7 != title.size())
+      continue;
     texts[title.substr(0, suffix)] = ReadText(file.path());
   }
   return texts;
@@ -72,10 +73,12 @@ TEST(KernelModules, PtxEntriesMatchTheHostDeclarations) {
     const auto found = entries.find({kernel.module, kernel.name});
     const bool openCLOnly = kernel.frameworks == LM::KernelFrameworks::kOpenCLOnly;
     if (found == entries.end()) {
-      EXPECT_TRUE(openCLOnly) << kernel.module << "." << kernel.name << " is missing from the PTX of its module";
+      EXPECT_TRUE(openCLOnly) << kernel.module << "." << kernel.name
+                              << " is missing from the PTX of its module";
       continue;
     }
-    EXPECT_FALSE(openCLOnly) << kernel.module << "." << kernel.name << " is declared OpenCL-only but is in the PTX";
+    EXPECT_FALSE(openCLOnly) << kernel.module << "." << kernel.name
+                             << " is declared OpenCL-only but is in the PTX";
     EXPECT_EQ(found->second, HostParameters(kernel)) << kernel.module << "." << kernel.name;
     entries.erase(found);
   }
@@ -100,10 +103,11 @@ TEST(KernelModules, TextureProbePtxDeclaresItsTextureAndSamplesIt) {
 // its text needs: 6.4 (CUDA 10.1), or a version at which ptxas refuses it one step lower.
 TEST(KernelModules, EachModuleDeclaresTheLowestPtxVersionItNeeds) {
   if (!LUMORA_HAVE_PTX_MODULES) GTEST_SKIP() << "nvcc was not found, so no PTX modules were built";
-  const std::vector<std::string> versions = {"6.4", "6.5", "7.0", "7.1", "7.2", "7.3", "7.4", "7.5", "7.6",
-                                             "7.7", "7.8", "8.0", "8.1", "8.2", "8.3", "8.4", "8.5", "8.6",
-                                             "8.7", "8.8", "9.0", "9.1", "9.2"};
-  const std::filesystem::path scratch = std::filesystem::temp_directory_path() / "lumora-ptx-version-check.ptx";
+  const std::vector<std::string> versions = {"6.4", "6.5", "7.0", "7.1", "7.2", "7.3", "7.4", "7.5",
+                                             "7.6", "7.7", "7.8", "8.0", "8.1", "8.2", "8.3", "8.4",
+                                             "8.5", "8.6", "8.7", "8.8", "9.0", "9.1", "9.2"};
+  const std::filesystem::path scratch =
+      std::filesystem::temp_directory_path() / "lumora-ptx-version-check.ptx";
   for (const auto& [module, ptx] : ModuleTexts()) {
     const int version = ParsePtx(ptx).version;
     const std::string declared = std::to_string(version / 10) + "." + std::to_string(version % 10);

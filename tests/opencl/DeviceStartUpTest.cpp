@@ -1,8 +1,8 @@
 // The library started on the real OpenCL runtime (PoCL here), as a host would, beyond what every pixel test
 // (tests/devices) stands on: a program registered after start-up, the device suite through the host's
 // suite registry, and shut-down.
-#include <gtest/gtest.h>
 #include <TQ/Suites.h>
+#include <gtest/gtest.h>
 #include <zelcore/Debug.h>
 
 #include <atomic>
@@ -48,7 +48,8 @@ TEST_F(OpenCLStartUp, ARegisteredProgramIsFoundAsAModuleAndItsKernelsRun) {
   ASSERT_TRUE(device_ && device_->WaitForContext());
   LM::OpenCLModuleLoader loader(&kProgram, 1);
   const LM::ExclusiveAccess access(*device_);
-  cl_program program = static_cast<cl_program>(device_->FindModule("..\\..\\Src\\ImageProcessing\\StartUpProbe"));
+  cl_program program =
+      static_cast<cl_program>(device_->FindModule("..\\..\\Src\\ImageProcessing\\StartUpProbe"));
   ASSERT_NE(program, nullptr);
   cl_int error = CL_SUCCESS;
   cl_kernel kernel = clCreateKernel(program, "Probe", &error);
@@ -89,8 +90,8 @@ TEST_F(OpenCLStartUp, TheDeviceSuiteWorksThroughTheHostsRegistry) {
     EXPECT_EQ(got, handle.second);
   }
 
-  for (auto pool : {std::make_tuple(suite.AllocateDeviceMemory, suite.FreeDeviceMemory, suite.PurgeDeviceMemory,
-                                    suite.GetDeviceMemoryStatistics),
+  for (auto pool : {std::make_tuple(suite.AllocateDeviceMemory, suite.FreeDeviceMemory,
+                                    suite.PurgeDeviceMemory, suite.GetDeviceMemoryStatistics),
                     std::make_tuple(suite.AllocateHostMemory, suite.FreeHostMemory, suite.PurgeHostMemory,
                                     suite.GetHostMemoryStatistics)}) {
     void* memory = nullptr;

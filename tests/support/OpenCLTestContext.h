@@ -48,9 +48,9 @@ struct OpenCLTestContext {
 };
 
 // Opens `name` (an OpenCLTestContext) or skips the test.
-#define LM_OPEN_OPENCL_OR_SKIP(name, ...)              \
-  OpenCLTestContext name;                              \
-  {                                                    \
-    std::string why;                                   \
+#define LM_OPEN_OPENCL_OR_SKIP(name, ...)                     \
+  OpenCLTestContext name;                                     \
+  {                                                           \
+    std::string why;                                          \
     if (!name.Open(&why, ##__VA_ARGS__)) GTEST_SKIP() << why; \
   }

@@ -52,7 +52,8 @@ inline PtxModule ParsePtx(const std::string& ptx) {
     name >> kernel;
     std::vector<PtxParameter>& parameters = module.entries[kernel];
     for (std::string declaration; std::getline(list, declaration, ',');) {
-      if (declaration.find(".param") != std::string::npos) parameters.push_back(ParsePtxParameter(declaration));
+      if (declaration.find(".param") != std::string::npos)
+        parameters.push_back(ParsePtxParameter(declaration));
     }
   }
   const std::string texref = ".global .texref ";

@@ -27,7 +27,8 @@ TEST(DeviceIdentity, CapabilitiesPutTheMinorBehindTheDecimalPoint) {
 }
 
 TEST(DeviceIdentity, VersionTextsGiveTheirFirstMajorMinorPair) {
-  EXPECT_DOUBLE_EQ(LM::ParseVersionText("OpenCL 3.0 PoCL HSTR: pthread-x86_64-pc-linux-gnu-skylake-avx512"), 3.0);
+  EXPECT_DOUBLE_EQ(LM::ParseVersionText("OpenCL 3.0 PoCL HSTR: pthread-x86_64-pc-linux-gnu-skylake-avx512"),
+                   3.0);
   EXPECT_DOUBLE_EQ(LM::ParseVersionText("OpenCL 1.2 CUDA"), 1.2);
   EXPECT_DOUBLE_EQ(LM::ParseVersionText("3.1+debian"), 3.1);
   EXPECT_NEAR(LM::ParseVersionText("535.104.05"), 535.104, 1e-9);
@@ -35,7 +36,8 @@ TEST(DeviceIdentity, VersionTextsGiveTheirFirstMajorMinorPair) {
   EXPECT_DOUBLE_EQ(LM::ParseVersionText("v10"), -1.0);
   EXPECT_DOUBLE_EQ(LM::ParseVersionText("1."), -1.0);
   EXPECT_DOUBLE_EQ(LM::ParseVersionText(""), -1.0);
-  EXPECT_DOUBLE_EQ(LM::ParseVersionText("99999999999999999999.5"), -1.0) << "an overlong number is no version";
+  EXPECT_DOUBLE_EQ(LM::ParseVersionText("99999999999999999999.5"), -1.0)
+      << "an overlong number is no version";
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // The reporting helper: what reaches the host's assertion service, and when nothing does.
 #include <gtest/gtest.h>
-
 #include <zelcore/Debug.h>
 
 #include "Runtime/FailureReport.h"

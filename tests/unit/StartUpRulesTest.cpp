@@ -13,14 +13,16 @@
 
 namespace {
 
-zelcore::debug::DebugDatabase& Database() { return zelcore::debug::DebugDatabase::Instance(); }
+zelcore::debug::DebugDatabase& Database() {
+  return zelcore::debug::DebugDatabase::Instance();
+}
 
 TEST(DebugSwitch, ReadsNumbersAndWordsAndDefaultsToFalse) {
   const struct {
     const char* text;
     bool expected;
-  } cases[] = {{"1", true}, {"0", false}, {"true", true}, {"false", false}, {" 1", true},
-               {"yes", false}, {"", false}, {"2", false}, {"1junk", true}};
+  } cases[] = {{"1", true},    {"0", false}, {"true", true}, {"false", false}, {" 1", true},
+               {"yes", false}, {"", false},  {"2", false},   {"1junk", true}};
   for (const auto& c : cases) {
     Database().Set("LM.TestSwitch", c.text);
     EXPECT_EQ(LM::ReadDebugSwitch("LM.TestSwitch"), c.expected) << '"' << c.text << '"';
@@ -66,7 +68,8 @@ TEST(OpenCLEntryPoints, WithoutARuntimeEveryCallFailsCleanly) {
   cl_int error = CL_SUCCESS;
   EXPECT_EQ(clCreateContext(nullptr, 0, nullptr, nullptr, nullptr, &error), nullptr);
   EXPECT_EQ(error, LM::kOpenCLRuntimeUnavailable);
-  EXPECT_EQ(clCreateBuffer(nullptr, CL_MEM_READ_WRITE, 16, nullptr, nullptr), nullptr) << "a null errcode_ret is fine";
+  EXPECT_EQ(clCreateBuffer(nullptr, CL_MEM_READ_WRITE, 16, nullptr, nullptr), nullptr)
+      << "a null errcode_ret is fine";
   EXPECT_EQ(clUnloadCompiler(), LM::kOpenCLRuntimeUnavailable);
   EXPECT_FALSE(LM::IsOpenCLRuntimeLoaded());
 }

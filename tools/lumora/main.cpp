@@ -87,13 +87,17 @@ int ListDevices() {
       std::printf("  CUDA: no usable CUDA driver was found.\n");
     }
     if (!SwitchIsOn("LM.EnableOpenCL")) {
-      std::printf("  OpenCL: not enabled; the key LM.EnableOpenCL (LUMORA_DEBUG=\"LM.EnableOpenCL=1\") enables it.\n");
+      std::printf(
+          "  OpenCL: not enabled; the key LM.EnableOpenCL (LUMORA_DEBUG=\"LM.EnableOpenCL=1\") enables "
+          "it.\n");
     } else {
-      std::printf("  OpenCL: no OpenCL device was found (is an OpenCL runtime such as pocl-opencl-icd installed?).\n");
+      std::printf(
+          "  OpenCL: no OpenCL device was found (is an OpenCL runtime such as pocl-opencl-icd "
+          "installed?).\n");
     }
   } else {
-    std::printf("%-3s %-7s %-8s %-52s %-10s %-8s %-11s %s\n", "#", "API", "Vendor", "Name", "Capability", "Driver",
-                "Memory", "Qualified");
+    std::printf("%-3s %-7s %-8s %-52s %-10s %-8s %-11s %s\n", "#", "API", "Vendor", "Name", "Capability",
+                "Driver", "Memory", "Qualified");
     for (unsigned int index = 0; index < count; ++index) {
       const boost::shared_ptr<LM::Device> device = LM::GetDevice(index);
       std::string qualified = "yes";
@@ -103,10 +107,10 @@ int ListDevices() {
       } else if (!device->WaitForContext()) {
         qualified = "yes, but its context could not be created";
       }
-      std::printf("%-3u %-7s %-8s %-52.52s %-10.1f %-8.2f %7.2f GiB %s\n", index, FrameworkName(device->GetFramework()),
-                  VendorName(device->GetVendor()), device->GetName().c_str(), device->GetComputeCapability(),
-                  device->GetDriverVersion(), static_cast<double>(device->GetTotalMemory()) / (1ull << 30),
-                  qualified.c_str());
+      std::printf("%-3u %-7s %-8s %-52.52s %-10.1f %-8.2f %7.2f GiB %s\n", index,
+                  FrameworkName(device->GetFramework()), VendorName(device->GetVendor()),
+                  device->GetName().c_str(), device->GetComputeCapability(), device->GetDriverVersion(),
+                  static_cast<double>(device->GetTotalMemory()) / (1ull << 30), qualified.c_str());
     }
   }
   LM::Terminate();

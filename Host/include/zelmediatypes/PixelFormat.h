@@ -16,7 +16,9 @@ struct PixelFormat {
 constexpr bool operator==(PixelFormat a, PixelFormat b) {
   return a.code == b.code && a.properties == b.properties;
 }
-constexpr bool operator!=(PixelFormat a, PixelFormat b) { return !(a == b); }
+constexpr bool operator!=(PixelFormat a, PixelFormat b) {
+  return !(a == b);
+}
 
 // Builds a code word from its four characters, first character in the lowest byte.
 constexpr std::uint32_t MakeFormatCode(char a, char b, char c, char d) {

@@ -14,11 +14,14 @@ FakeCUDA::FakeCUDA(const std::string& path)
 #undef FAKECUDA_RESOLVE
 }
 
-void* FakeCUDA::Symbol(const char* name) const { return dlsym(handle_, name); }
+void* FakeCUDA::Symbol(const char* name) const {
+  return dlsym(handle_, name);
+}
 
 std::vector<std::string> FakeCUDA::CallNames() const {
   std::vector<std::string> names;
-  for (unsigned long long i = 0, n = fakecuda_CallLogSize(); i < n; ++i) names.emplace_back(fakecuda_CallName(i));
+  for (unsigned long long i = 0, n = fakecuda_CallLogSize(); i < n; ++i)
+    names.emplace_back(fakecuda_CallName(i));
   return names;
 }
 

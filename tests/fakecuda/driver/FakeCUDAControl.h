@@ -21,13 +21,14 @@ struct FakeCUDALaunch {
   unsigned gridX, gridY;
   unsigned blockX, blockY, blockZ;
   void* stream;
-  unsigned paramSize;           // as set by cuParamSetSize
-  unsigned char params[4096];   // the parameter bytes set with cuParamSet*
+  unsigned paramSize;          // as set by cuParamSetSize
+  unsigned char params[4096];  // the parameter bytes set with cuParamSet*
 };
 
 }  // extern "C"
 
 // X(return type, name, parameter list)
+// clang-format off
 #define FAKECUDA_CONTROL_FUNCTIONS(X)                                                                 \
   X(void, fakecuda_Reset, (void))                                                                     \
   X(void, fakecuda_SetDriverVersion, (int version))                                                   \
@@ -54,6 +55,7 @@ struct FakeCUDALaunch {
   X(int, fakecuda_LastTextureBinding,                                                                 \
     (unsigned long long* width, unsigned long long* height, int* format, unsigned* channels,           \
      unsigned long long* address, unsigned long long* pitch))
+// clang-format on
 
 // Failure counts for fakecuda_SetFailure.
 constexpr int kFakeCUDAFailForever = -1;

@@ -5,7 +5,9 @@
 namespace fakecuda {
 
 #define FAKECUDA_DEFAULT_IMPL(name, versions, params, args) \
-  __attribute__((weak)) CUresult Impl_##name params { return CUDA_SUCCESS; }
+  __attribute__((weak)) CUresult Impl_##name params {       \
+    return CUDA_SUCCESS;                                    \
+  }
 LM_CUDA_DRIVER_ENTRY_POINTS(FAKECUDA_DEFAULT_IMPL)
 
 }  // namespace fakecuda

@@ -135,7 +135,8 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 thread_local std::vector<CUcontext> currentContexts;
 
 const Device* FindDevice(State& state, CUdevice device) {
-  return device >= 0 && static_cast<std::size_t>(device) < state.devices.size() ? &state.devices[device] : nullptr;
+  return device >= 0 && static_cast<std::size_t>(device) < state.devices.size() ? &state.devices[device]
+                                                                                : nullptr;
 }
 
 void* AllocateAligned(std::size_t bytes) {
@@ -169,7 +170,8 @@ CUresult AllocateHost(void** pointer, std::size_t bytes) {
 
 CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstream stream) {
   if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
-  if (reinterpret_cast<Function*>(handle)->blockX == 0) return CUDA_ERROR_INVALID_VALUE;  // no block shape set
+  if (reinterpret_cast<Function*>(handle)->blockX == 0)
+    return CUDA_ERROR_INVALID_VALUE;  // no block shape set
   State& state = TheState();
   if (idle.load(std::memory_order_relaxed)) return CUDA_SUCCESS;
   const Function& function = *reinterpret_cast<Function*>(handle);
@@ -204,10 +206,10 @@ CUresult SetParameter(CUfunction handle, int offset, const void* bytes, unsigned
 
 // The highest PTX ISA version that a driver of `version` (1000 × major + 10 × minor) loads.
 int MaximumPtxVersion(int version) {
-  static const int table[][2] = {{9000, 60},  {9010, 61},  {9020, 62},  {10000, 63}, {10010, 64}, {10020, 65},
-                                 {11000, 70}, {11010, 71}, {11020, 72}, {11030, 73}, {11040, 74}, {11050, 75},
-                                 {11060, 76}, {11070, 77}, {11080, 78}, {12000, 80}, {12010, 81}, {12020, 82},
-                                 {12030, 83}, {12040, 84}, {12050, 85}, {12080, 87}, {12090, 88}, {13000, 90}};
+  static const int table[][2] = {
+      {9000, 60},  {9010, 61},  {9020, 62},  {10000, 63}, {10010, 64}, {10020, 65}, {11000, 70}, {11010, 71},
+      {11020, 72}, {11030, 73}, {11040, 74}, {11050, 75}, {11060, 76}, {11070, 77}, {11080, 78}, {12000, 80},
+      {12010, 81}, {12020, 82}, {12030, 83}, {12040, 84}, {12050, 85}, {12080, 87}, {12090, 88}, {13000, 90}};
   int maximum = 0;
   for (const auto& row : table) {
     if (version >= row[0]) maximum = row[1];
@@ -261,7 +263,8 @@ std::unique_ptr<Module> ModuleOf(const PtxModule& ptx, CUdevice device) {
     function->parameterBytes = end;
     module->functions[name] = std::move(function);
   }
-  for (const std::string& name : ptx.textures) module->textures[name] = std::make_unique<Texture>(Texture{device});
+  for (const std::string& name : ptx.textures)
+    module->textures[name] = std::make_unique<Texture>(Texture{device});
   return module;
 }
 
@@ -283,7 +286,9 @@ CUresult Copy(void* destination, const void* source, std::size_t bytes) {
   return CUDA_SUCCESS;
 }
 
-void* Address(CUdeviceptr pointer) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(pointer)); }
+void* Address(CUdeviceptr pointer) {
+  return reinterpret_cast<void*>(static_cast<std::uintptr_t>(pointer));
+}
 
 }  // namespace
 
@@ -375,12 +380,17 @@ CUresult Impl_cuDeviceGetAttribute(int* value, CUdevice_attribute attribute, CUd
   return CUDA_SUCCESS;
 }
 
-CUresult Impl_cuCtxCreate(CUcontext* context, unsigned int, CUdevice device) { return NewContext(context, device); }
-CUresult Impl_cuGLCtxCreate(CUcontext* context, unsigned int, CUdevice device) { return NewContext(context, device); }
+CUresult Impl_cuCtxCreate(CUcontext* context, unsigned int, CUdevice device) {
+  return NewContext(context, device);
+}
+CUresult Impl_cuGLCtxCreate(CUcontext* context, unsigned int, CUdevice device) {
+  return NewContext(context, device);
+}
 
 CUresult Impl_cuCtxDestroy(CUcontext context) {
   if (context == nullptr) return CUDA_ERROR_INVALID_CONTEXT;
-  currentContexts.erase(std::remove(currentContexts.begin(), currentContexts.end(), context), currentContexts.end());
+  currentContexts.erase(std::remove(currentContexts.begin(), currentContexts.end(), context),
+                        currentContexts.end());
   return CUDA_SUCCESS;
 }
 
@@ -397,7 +407,9 @@ CUresult Impl_cuCtxPopCurrent(CUcontext* context) {
   return CUDA_SUCCESS;
 }
 
-CUresult Impl_cuMemAlloc(CUdeviceptr* pointer, std::size_t bytes) { return AllocateDevice(pointer, bytes); }
+CUresult Impl_cuMemAlloc(CUdeviceptr* pointer, std::size_t bytes) {
+  return AllocateDevice(pointer, bytes);
+}
 
 CUresult Impl_cuMemFree(CUdeviceptr pointer) {
   State& state = TheState();
@@ -410,8 +422,12 @@ CUresult Impl_cuMemFree(CUdeviceptr pointer) {
   return CUDA_SUCCESS;
 }
 
-CUresult Impl_cuMemHostAlloc(void** pointer, std::size_t bytes, unsigned int) { return AllocateHost(pointer, bytes); }
-CUresult Impl_cuMemAllocHost(void** pointer, std::size_t bytes) { return AllocateHost(pointer, bytes); }
+CUresult Impl_cuMemHostAlloc(void** pointer, std::size_t bytes, unsigned int) {
+  return AllocateHost(pointer, bytes);
+}
+CUresult Impl_cuMemAllocHost(void** pointer, std::size_t bytes) {
+  return AllocateHost(pointer, bytes);
+}
 
 CUresult Impl_cuMemFreeHost(void* pointer) {
   State& state = TheState();
@@ -440,18 +456,23 @@ CUresult Impl_cuMemcpy2D(const CUDA_MEMCPY2D* copy) {
   if (copy == nullptr || copy->srcPitch < copy->WidthInBytes || copy->dstPitch < copy->WidthInBytes) {
     return CUDA_ERROR_INVALID_VALUE;
   }
-  const char* source = copy->srcMemoryType == CU_MEMORYTYPE_HOST ? static_cast<const char*>(copy->srcHost)
-                                                                 : static_cast<const char*>(Address(copy->srcDevice));
-  char* destination = copy->dstMemoryType == CU_MEMORYTYPE_HOST ? static_cast<char*>(copy->dstHost)
-                                                                 : static_cast<char*>(Address(copy->dstDevice));
+  const char* source = copy->srcMemoryType == CU_MEMORYTYPE_HOST
+                           ? static_cast<const char*>(copy->srcHost)
+                           : static_cast<const char*>(Address(copy->srcDevice));
+  char* destination = copy->dstMemoryType == CU_MEMORYTYPE_HOST
+                          ? static_cast<char*>(copy->dstHost)
+                          : static_cast<char*>(Address(copy->dstDevice));
   for (std::size_t row = 0; row < copy->Height; ++row) {
-    const CUresult result = Copy(destination + (copy->dstY + row) * copy->dstPitch + copy->dstXInBytes,
-                                 source + (copy->srcY + row) * copy->srcPitch + copy->srcXInBytes, copy->WidthInBytes);
+    const CUresult result =
+        Copy(destination + (copy->dstY + row) * copy->dstPitch + copy->dstXInBytes,
+             source + (copy->srcY + row) * copy->srcPitch + copy->srcXInBytes, copy->WidthInBytes);
     if (result != CUDA_SUCCESS) return result;
   }
   return CUDA_SUCCESS;
 }
-CUresult Impl_cuMemcpy2DAsync(const CUDA_MEMCPY2D* copy, CUstream) { return Impl_cuMemcpy2D(copy); }
+CUresult Impl_cuMemcpy2DAsync(const CUDA_MEMCPY2D* copy, CUstream) {
+  return Impl_cuMemcpy2D(copy);
+}
 
 CUresult Impl_cuStreamCreate(CUstream* stream, unsigned int) {
   if (stream == nullptr) return CUDA_ERROR_INVALID_VALUE;
@@ -585,7 +606,9 @@ CUresult Impl_cuParamSetf(CUfunction handle, int offset, float value) {
   return SetParameter(handle, offset, &value, sizeof value);
 }
 
-CUresult Impl_cuLaunch(CUfunction function) { return RecordLaunch(function, 1, 1, nullptr); }
+CUresult Impl_cuLaunch(CUfunction function) {
+  return RecordLaunch(function, 1, 1, nullptr);
+}
 CUresult Impl_cuLaunchGrid(CUfunction function, int width, int height) {
   if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
   return RecordLaunch(function, width, height, nullptr);
@@ -597,8 +620,8 @@ CUresult Impl_cuLaunchGridAsync(CUfunction function, int width, int height, CUst
 
 // The address must be a multiple of the device's texture alignment, the pitch of its texture pitch
 // alignment, and the extent within its limits for linear memory.
-CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR* descriptor, CUdeviceptr address,
-                                   std::size_t pitch) {
+CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR* descriptor,
+                                   CUdeviceptr address, std::size_t pitch) {
   if (texture == nullptr || descriptor == nullptr) return CUDA_ERROR_INVALID_VALUE;
   State& state = TheState();
   Lock lock(state.mutex);
@@ -609,7 +632,8 @@ CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR
   };
   if (address % limit(CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT) != 0 ||
       pitch % limit(CU_DEVICE_ATTRIBUTE_TEXTURE_PITCH_ALIGNMENT) != 0 || descriptor->Width == 0 ||
-      descriptor->Height == 0 || descriptor->Width > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_WIDTH) ||
+      descriptor->Height == 0 ||
+      descriptor->Width > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_WIDTH) ||
       descriptor->Height > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_HEIGHT) ||
       pitch > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_PITCH)) {
     return CUDA_ERROR_INVALID_VALUE;
@@ -741,10 +765,13 @@ FAKECUDA_API int fakecuda_GetLaunch(unsigned long long index, FakeCUDALaunch* la
   return 1;
 }
 
-FAKECUDA_API int fakecuda_CurrentContextDepth(void) { return static_cast<int>(fakecuda::currentContexts.size()); }
+FAKECUDA_API int fakecuda_CurrentContextDepth(void) {
+  return static_cast<int>(fakecuda::currentContexts.size());
+}
 
-FAKECUDA_API int fakecuda_LastTextureBinding(unsigned long long* width, unsigned long long* height, int* format,
-                                             unsigned* channels, unsigned long long* address, unsigned long long* pitch) {
+FAKECUDA_API int fakecuda_LastTextureBinding(unsigned long long* width, unsigned long long* height,
+                                             int* format, unsigned* channels, unsigned long long* address,
+                                             unsigned long long* pitch) {
   Lock lock(TheState().mutex);
   const fakecuda::State& state = TheState();
   if (!state.textureBound) return 0;

@@ -2,14 +2,14 @@
 // from the library's own list of entry points so that the fake and the binder cannot disagree.
 #include "FakeCUDA.h"
 
-#define FAKECUDA_EXPORT_AS(exported, slot, params, args)                                           \
-  extern "C" __attribute__((visibility("default"))) CUresult exported params {                    \
-    CUresult forced = CUDA_SUCCESS;                                                                \
-    if (!fakecuda::idle.load(std::memory_order_relaxed) &&                                         \
-        fakecuda::Enter(#exported, #slot, fakecuda::Words args, &forced)) {                         \
-      return forced;                                                                               \
-    }                                                                                              \
-    return fakecuda::Impl_##slot args;                                                             \
+#define FAKECUDA_EXPORT_AS(exported, slot, params, args)                       \
+  extern "C" __attribute__((visibility("default"))) CUresult exported params { \
+    CUresult forced = CUDA_SUCCESS;                                            \
+    if (!fakecuda::idle.load(std::memory_order_relaxed) &&                     \
+        fakecuda::Enter(#exported, #slot, fakecuda::Words args, &forced)) {    \
+      return forced;                                                           \
+    }                                                                          \
+    return fakecuda::Impl_##slot args;                                         \
   }
 #define FAKECUDA_EXPORT_NO_V2(name, params, args) FAKECUDA_EXPORT_AS(name, name, params, args)
 #define FAKECUDA_EXPORT_HAS_V2(name, params, args) \
