@@ -8,10 +8,9 @@
 namespace zelmediatypes {
 namespace internal {
 
-// Bytes per pixel as Lumora computes it from a property word: 0 unless the word is described; component
-// kind 0 gives 4 (2 when the layout bits are set), kinds 2 and 3 give 8, kind 5 gives 16 (8 with layout
-// bits), every other kind 0.
-std::uint32_t BytesPerPixel(std::uint32_t properties);
+// The bytes of one pixel of a described four-component format: four components of its sample type (8u one
+// byte, 15u and 16f two, 32f four); 0 for any other word.
+std::uint32_t FourComponentPixelBytes(std::uint32_t properties);
 
 // The size rule that a property word implies, for formats that have no table entry to state it.
 PixelFormatSizeRule SizeRuleForProperties(std::uint32_t properties);

@@ -20,7 +20,7 @@ std::size_t SizeByRule(PixelFormatSizeRule rule, std::uint32_t properties, std::
   std::size_t bytes = 0;
   switch (rule) {
     case PixelFormatSizeRule::kPerPixel:
-      if (!Multiply(internal::BytesPerPixel(properties), w, rowBytes)) return 0;
+      if (!Multiply(internal::FourComponentPixelBytes(properties), w, rowBytes)) return 0;
       break;
     case PixelFormatSizeRule::kPacked422:
       if (!Multiply((w + 1) / 2, 4, rowBytes)) return 0;
@@ -47,18 +47,19 @@ std::size_t SizeByRule(PixelFormatSizeRule rule, std::uint32_t properties, std::
 
 namespace internal {
 
-std::uint32_t BytesPerPixel(std::uint32_t properties) {
-  if ((properties & kPixelFormatPropertyMask_Class) != kPixelFormatClass_Described) return 0;
-  const std::uint32_t kind = (properties & kPixelFormatPropertyMask_Kind) >> kPixelFormatPropertyShift_Kind;
-  const bool narrow = (properties & kPixelFormatPropertyMask_Layout) != 0;
-  switch (kind) {
-    case 0:
-      return narrow ? 2 : 4;
-    case 2:
-    case 3:
+std::uint32_t FourComponentPixelBytes(std::uint32_t properties) {
+  if ((properties & kPixelFormatPropertyMask_Class) != kPixelFormatClass_Described ||
+      (properties & kPixelFormatPropertyMask_Layout) != kPixelFormatLayout_4444) {
+    return 0;
+  }
+  switch (properties & kPixelFormatPropertyMask_Sample) {
+    case kPixelFormatSample_8u:
+      return 4;
+    case kPixelFormatSample_15u:
+    case kPixelFormatSample_16f:
       return 8;
-    case 5:
-      return narrow ? 8 : 16;
+    case kPixelFormatSample_32f:
+      return 16;
     default:
       return 0;
   }
@@ -71,7 +72,8 @@ PixelFormatSizeRule SizeRuleForProperties(std::uint32_t properties) {
   const std::uint32_t sample = properties & kPixelFormatPropertyMask_Sample;
   switch (properties & kPixelFormatPropertyMask_Layout) {
     case kPixelFormatLayout_4444:
-      return BytesPerPixel(properties) ? PixelFormatSizeRule::kPerPixel : PixelFormatSizeRule::kNone;
+      return FourComponentPixelBytes(properties) ? PixelFormatSizeRule::kPerPixel
+                                                 : PixelFormatSizeRule::kNone;
     case kPixelFormatLayout_422Packed:
       if (sample == kPixelFormatSample_8u) return PixelFormatSizeRule::kPacked422;
       if (sample == kPixelFormatSample_10u) return PixelFormatSizeRule::kV210;
@@ -95,7 +97,7 @@ std::size_t PixelFormatSize(PixelFormat format, int width, int height) {
   } else if (internal::IsRegisteredPixelFormat(format)) {
     rule = internal::SizeRuleForProperties(format.properties);
   } else if ((format.properties & kPixelFormatPropertyMask_Layout) == kPixelFormatLayout_4444) {
-    rule = PixelFormatSizeRule::kPerPixel;  // BytesPerPixel is 0 for a word that is not described
+    rule = PixelFormatSizeRule::kPerPixel;  // 0 bytes for a word that does not describe its format
   }
   return SizeByRule(rule, format.properties, std::size_t(width), std::size_t(height));
 }
