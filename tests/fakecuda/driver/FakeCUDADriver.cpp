@@ -132,7 +132,9 @@ State& TheState() {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
-thread_local std::vector<CUcontext> currentContexts;
+// The contexts current on this thread, innermost last. Initial-exec TLS: LeakSanitizer (GCC 12) crashes
+// scanning the lazily allocated TLS of a library that is loaded with dlopen, as the tests load this one.
+__attribute__((tls_model("initial-exec"))) thread_local std::vector<CUcontext> currentContexts;
 
 const Device* FindDevice(State& state, CUdevice device) {
   return device >= 0 && static_cast<std::size_t>(device) < state.devices.size() ? &state.devices[device]
