@@ -11,6 +11,7 @@
 #    needs it. The module declares instead the lowest version, from 6.4 (CUDA 10.1, the first to know
 #    sm_75) up, at which ptxas accepts it for sm_75; never a higher one than nvcc wrote.
 cmake_minimum_required(VERSION 3.25)
+include(${CMAKE_CURRENT_LIST_DIR}/TextEdits.cmake)
 
 foreach(variable INPUT OUTPUT PTXAS)
   if(NOT DEFINED ${variable})
@@ -45,12 +46,7 @@ if(names)
   if(NOT anchor)
     message(FATAL_ERROR "${INPUT}: no .address_size or .target directive to declare textures after")
   endif()
-  string(FIND "${ptx}" "${anchor}" at)
-  string(LENGTH "${anchor}" anchorLength)
-  math(EXPR after "${at} + ${anchorLength}")
-  string(SUBSTRING "${ptx}" 0 ${after} head)
-  string(SUBSTRING "${ptx}" ${after} -1 tail)
-  set(ptx "${head}\n${declarations}${tail}")
+  lumora_replace_first("${ptx}" "${anchor}" "${anchor}\n${declarations}" ptx)
 endif()
 
 # The PTX ISA versions from CUDA 10.1 on, oldest first.
@@ -79,12 +75,4 @@ foreach(version IN LISTS versions)
 endforeach()
 file(REMOVE "${probe}" "${probe}.cubin")
 
-# An unchanged module is touched instead, so the build sees it up to date; nothing is compiled from it.
-if(EXISTS "${OUTPUT}")
-  file(READ "${OUTPUT}" existing)
-  if(existing STREQUAL ptx)
-    file(TOUCH_NOCREATE "${OUTPUT}")
-    return()
-  endif()
-endif()
-file(WRITE "${OUTPUT}" "${ptx}")
+lumora_write_if_changed("${OUTPUT}" "${ptx}")

@@ -47,7 +47,7 @@ function(lumora_kernel_modules)
       COMMAND ${CMAKE_COMMAND} -DSOURCE=${source} -DMODULE=${module} -DINCLUDE_DIRS=${dialectDir}
               -DOUTPUT=${work}/${module}.cpp -DDEPFILE=${work}/${module}.cpp.d
               -P ${LUMORA_KERNEL_SCRIPTS}/EmbedOpenCLModule.cmake
-      DEPENDS ${source} ${LUMORA_KERNEL_SCRIPTS}/EmbedOpenCLModule.cmake
+      DEPENDS ${source} ${LUMORA_KERNEL_SCRIPTS}/EmbedOpenCLModule.cmake ${LUMORA_KERNEL_SCRIPTS}/TextEdits.cmake
       DEPFILE ${work}/${module}.cpp.d
       COMMENT "Embedding the OpenCL text of module ${module}"
       VERBATIM)
@@ -67,6 +67,7 @@ function(lumora_kernel_modules)
         COMMAND ${CMAKE_COMMAND} -DINPUT=${work}/${module}.ptx -DOUTPUT=${ptx} -DPTXAS=${LUMORA_PTXAS}
                 -P ${LUMORA_KERNEL_SCRIPTS}/FinishPtxModule.cmake
         DEPENDS ${work}/${module}.cu ${work}/${module}.cpp ${LUMORA_KERNEL_SCRIPTS}/FinishPtxModule.cmake
+                ${LUMORA_KERNEL_SCRIPTS}/TextEdits.cmake
         COMMENT "Compiling CUDA module ${module} to PTX"
         VERBATIM)
       list(APPEND ptxFiles ${ptx})
