@@ -120,11 +120,13 @@ class SummaryReporter : public benchmark::ConsoleReporter {
         if (at != std::string::npos) name.erase(at);
       }
       const auto rate = run.counters.find("bytes_per_second");
+      if (run.error_occurred) failed_ = true;
       if (!run.error_occurred && rate != run.counters.end()) rates_[name] = rate->second.value;
     }
   }
 
-  // One line per operation and device: bytes per second and the ratio to the device's reference(s).
+  // One line per operation and device: bytes per second and the ratio to the device's reference(s). An
+  // operation or reference left out by --benchmark_filter is "not measured".
   void PrintSummary(const std::vector<boost::shared_ptr<LM::Device>>& devices) const {
     for (const boost::shared_ptr<LM::Device>& device : devices) {
       const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
@@ -159,8 +161,12 @@ class SummaryReporter : public benchmark::ConsoleReporter {
     std::fflush(stdout);
   }
 
+  // Whether a benchmark stopped with an error (an operation's failure code, say).
+  bool Failed() const { return failed_; }
+
  private:
   std::map<std::string, double> rates_;
+  bool failed_ = false;
 };
 
 }  // namespace
@@ -194,5 +200,5 @@ int main(int argc, char** argv) {
   benchmark::Shutdown();
   devices.clear();
   LM::Terminate();
-  return 0;
+  return reporter.Failed() ? 1 : 0;
 }

@@ -22,13 +22,15 @@ endforeach()
 
 set(inlined "")
 
-# Sets <result> to the text of <path> with its quoted includes inlined.
+# Sets <result> to the text of <path> with its quoted includes inlined. An include is a line that starts
+# with `#include "`; the text is read with a newline in front so that the first line is one like the others.
 function(inline_includes path result)
   file(READ "${path}" text)
+  set(text "\n${text}")
   get_filename_component(directory "${path}" DIRECTORY)
-  string(REGEX MATCHALL "(^|\n)#include \"[^\"\n]+\"" includes "${text}")
+  string(REGEX MATCHALL "\n#include \"[^\"\n]+\"" includes "${text}")
   foreach(include IN LISTS includes)
-    string(REGEX REPLACE "^\n?#include \"([^\"]+)\"$" "\\1" name "${include}")
+    string(REGEX REPLACE "^\n#include \"([^\"]+)\"$" "\\1" name "${include}")
     set(found "")
     foreach(candidate IN ITEMS "${directory}" ${INCLUDE_DIRS})
       if(NOT found AND EXISTS "${candidate}/${name}")
@@ -45,9 +47,9 @@ function(inline_includes path result)
       inline_includes("${found}" replacement)
       set(inlined "${inlined}" PARENT_SCOPE)
     endif()
-    string(REGEX REPLACE "^\n" "" line "${include}")
-    lumora_replace_first("${text}" "${line}" "${replacement}" text)
+    lumora_replace_first("${text}" "${include}" "\n${replacement}" text)
   endforeach()
+  string(SUBSTRING "${text}" 1 -1 text)
   set(${result} "${text}" PARENT_SCOPE)
 endfunction()
 
@@ -61,6 +63,13 @@ if(NOT firstLine STREQUAL marker)
           "${SOURCE}: the first line must be \"// module: ${MODULE}\" (the module is named after its file)")
 endif()
 inline_includes("${source}" text)
+# A quoted include written any other way (indented, spaced) would reach the OpenCL compiler, which has no
+# include path: refused here rather than as a module that fails to build at run time.
+string(REGEX MATCH "\n[ \t]*#[ \t]*include[ \t]*\"[^\"\n]*\"" leftover "\n${text}")
+if(leftover)
+  string(STRIP "${leftover}" leftover)
+  message(FATAL_ERROR "${SOURCE}: the include `${leftover}` was not inlined; write it as #include \"name\" at the start of a line")
+endif()
 
 set(delimiter "LMCL")
 string(FIND "${text}" ")${delimiter}\"" clash)

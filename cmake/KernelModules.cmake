@@ -7,10 +7,10 @@
 # A source includes the dialect and the parameter lists it needs (KernelLists.h), beside it or beside the
 # dialect.
 #   - OpenCL: the source, with every header it includes inlined, is embedded in a generated .cpp whose
-#     static LM::OpenCLModuleLoader registers it; a change to any of those headers embeds it again. The .cpp files form the OBJECT
-#     library <TARGET>, so each program that links it registers the texts with the Lumora that program
-#     links (lumora_static or liblumora.so); a shared library of its own would register them with one copy
-#     only. The .cpp is rewritten only when its text changes, so an unchanged kernel recompiles nothing.
+#     static LM::OpenCLModuleLoader registers it; a change to any of those headers embeds it again. The .cpp
+#     files form the OBJECT library <TARGET>, so each program that links it registers the texts with the
+#     Lumora that program links (lumora_static or liblumora.so); a shared library of its own would register
+#     them with one copy only. The .cpp is rewritten only when its text changes (and touched otherwise).
 #   - CUDA, when nvcc was found: a generated .cu wrapper includes the dialect and the source; nvcc compiles
 #     it to PTX for compute_75, the oldest architecture the toolkit supports, with warnings as errors; the
 #     texture references that its tex instructions name are declared in the PTX, which declares the lowest

@@ -7,7 +7,8 @@
 #   4. a summary: each device with its driver version and its tests passed and failed, and each operation's
 #      bytes per second with its ratio to the device's reference.
 # Writes run.log (as it goes), devices.txt, tests.json and bench.json into OUTDIR (default ./lumora-gpu-check).
-# Exits 0 when every test passed, 1 otherwise; on a machine without a CUDA device the OpenCL part runs alone.
+# Exits 0 when every test passed and no benchmark failed, 1 otherwise; on a machine without a CUDA device the
+# OpenCL part runs alone, but a GPU that nvidia-smi lists and that gives no qualified CUDA device fails.
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
 out=${1:-$PWD/lumora-gpu-check}
@@ -43,9 +44,20 @@ fi
 
 say "\$ bin/lumora devices"
 "$here/bin/lumora" devices >"$out/devices.txt" 2>&1
+devices=$?
 tee -a "$log" <"$out/devices.txt"
 cuda=$(grep -cE '^[0-9]+ +CUDA +.* yes$' "$out/devices.txt")
-if [ "$cuda" -eq 0 ]; then say "No CUDA device is present: the OpenCL part runs alone."; fi
+# A GPU that the driver lists but that gives no qualified CUDA device is a failure, not an OpenCL-only run.
+gpus=0
+if command -v nvidia-smi >/dev/null; then gpus=$(nvidia-smi -L 2>/dev/null | grep -c '^GPU ' || true); fi
+if [ "$devices" -ne 0 ]; then
+  say "lumora devices FAILED (status $devices)"
+elif [ "$cuda" -eq 0 ] && [ "$gpus" -gt 0 ]; then
+  say "nvidia-smi lists $gpus GPU(s), but no CUDA device qualified: see devices.txt."
+  devices=1
+elif [ "$cuda" -eq 0 ]; then
+  say "No CUDA device is present: the OpenCL part runs alone."
+fi
 
 step "$here/bin/lumora_device_tests" --gtest_output="json:$out/tests.json"
 tests=$?
@@ -56,7 +68,9 @@ memcheckLine="memcheck: not run (no CUDA device)"
 if [ "$cuda" -gt 0 ]; then
   sanitizer=$(command -v compute-sanitizer || ls /usr/local/cuda/bin/compute-sanitizer 2>/dev/null || true)
   if [ -n "$sanitizer" ]; then
-    step "$sanitizer" --tool memcheck --error-exitcode 3 "$here/bin/lumora_device_tests" --gtest_filter='*CUDA*'
+    # CUDA alone: the OpenCL runtime has no place under the CUDA sanitizer.
+    LUMORA_DEBUG="LM.EnableOpenCL=0" step "$sanitizer" --tool memcheck --error-exitcode 3 \
+      "$here/bin/lumora_device_tests" --gtest_filter='*CUDA*'
     memcheck=$?
     memcheckLine="memcheck: $([ "$memcheck" -eq 0 ] && echo "no error in the CUDA pixel tests" || echo "FAILED (status $memcheck)")"
   else
@@ -76,7 +90,7 @@ say "$memcheckLine"
 say "${benchLines:-bandwidth: no result}"
 [ "$bench" -eq 0 ] || say "the benchmarks FAILED (status $bench)"
 
-if [ "$tests" -ne 0 ] || [ "$memcheck" -ne 0 ] || [ "$bench" -ne 0 ]; then
+if [ "$devices" -ne 0 ] || [ "$tests" -ne 0 ] || [ "$memcheck" -ne 0 ] || [ "$bench" -ne 0 ]; then
   say "RESULT: FAILED"
   exit 1
 fi

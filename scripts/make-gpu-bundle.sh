@@ -46,7 +46,10 @@ for program in "$bundle"/bin/lumora "$bundle"/bin/lumora_device_tests "$bundle"/
     if [ "$arrow" = "=>" ] && [ -f "$path" ]; then copy_library "$name" "$path"; fi
   done < <(LD_LIBRARY_PATH="$bundle/bin" ldd "$program")
 done
-opencl=$(ldconfig -p | awk '$1 == "libOpenCL.so.1" && /x86-64/ { print $NF; exit }')
+# The whole listing is read (no early exit, which would end ldconfig with SIGPIPE under pipefail); ldconfig
+# lives in /sbin, which an ordinary user's PATH may lack.
+ldconfig=$(command -v ldconfig || echo /sbin/ldconfig)
+opencl=$("$ldconfig" -p | awk '$1 == "libOpenCL.so.1" && /x86-64/ && !found { found = $NF } END { print found }')
 [ -n "$opencl" ] || { echo "make-gpu-bundle: the OpenCL loader libOpenCL.so.1 is not installed" >&2; exit 1; }
 copy_library libOpenCL.so.1 "$opencl"
 

@@ -136,8 +136,12 @@ void Device::AcquireExclusiveAccess() {
 
 void Device::ReleaseExclusiveAccess() {
   impl_->backend->ReleaseCurrent();
-  // Refreshed while this thread still owns the device, so no other owner sees the list change.
-  RefreshKernelRecords();
+  // Refreshed while this thread still owns the device, so no other owner sees the list change. A refresh
+  // that fails (out of memory) keeps the old records: a release never throws, since scope guards call it.
+  try {
+    RefreshKernelRecords();
+  } catch (...) {
+  }
   UnlockAccess(*impl_);
 }
 

@@ -28,12 +28,15 @@ std::vector<std::pair<std::size_t, Words>> CallsOf(const FakeCUDA& fake, const s
 }
 
 void* FakeKernel(const FakeCUDA& fake) {
-  CUmodule module = nullptr;
   CUfunction function = nullptr;
-  const char image[] =
-      ".version 6.4\n.target sm_75\n.address_size 64\n.visible .entry TestKernel()\n{\n\tret;\n}\n";
-  EXPECT_EQ(LM::CUDA.cuModuleLoadData(&module, image), CUDA_SUCCESS);
-  EXPECT_EQ(LM::CUDA.cuModuleGetFunction(&function, module, "TestKernel"), CUDA_SUCCESS);
+  {
+    const CurrentFakeContext context;
+    CUmodule module = nullptr;
+    const char image[] =
+        ".version 6.4\n.target sm_75\n.address_size 64\n.visible .entry TestKernel()\n{\n\tret;\n}\n";
+    EXPECT_EQ(LM::CUDA.cuModuleLoadData(&module, image), CUDA_SUCCESS);
+    EXPECT_EQ(LM::CUDA.cuModuleGetFunction(&function, module, "TestKernel"), CUDA_SUCCESS);
+  }
   fake.fakecuda_ClearCallLog();
   return function;
 }

@@ -44,6 +44,7 @@ namespace {
 TEST(CUDAModuleLoad, ADriverRefusesPtxNewerThanItselfAndLoadsEveryBuiltModule) {
   const std::unique_ptr<FakeCUDA> fake = BindFakeDriver();
   zelcore::debug::SetAssertionOutputQuiet(true);
+  const CurrentFakeContext context;
   fake->fakecuda_SetDriverVersion(12000);
   EXPECT_EQ(LM::LoadCUDAModule("New", ".version 9.0\n.target sm_75\n"), nullptr);
   fake->fakecuda_SetDriverVersion(10010);
@@ -66,6 +67,8 @@ TEST(CUDAModuleLoad, TheFakeDriverRefusesWhatTheRealOneRefuses) {
       ".visible .entry K(\n\t.param .u64 K_param_0,\n\t.param .u32 K_param_1,\n"
       "\t.param .align 16 .b8 K_param_2[16]\n)\n{\n\tret;\n}\n";
   CUmodule module = nullptr;
+  EXPECT_EQ(LM::CUDA.cuModuleLoadData(&module, ptx), CUDA_ERROR_INVALID_CONTEXT) << "no context is current";
+  const CurrentFakeContext context;
   ASSERT_EQ(LM::CUDA.cuModuleLoadData(&module, ptx), CUDA_SUCCESS);
   CUfunction function = nullptr;
   CUtexref texture = nullptr;
@@ -103,6 +106,8 @@ TEST(CUDAModuleLoad, TheFakeDriverRefusesWhatTheRealOneRefuses) {
   EXPECT_EQ(LM::CUDA.cuTexRefSetAddress2D(texture, &descriptor, 4096, 256), CUDA_SUCCESS);
   EXPECT_EQ(LM::CUDA.cuTexRefSetAddress2D(texture, &descriptor, 4096 + 256, 256), CUDA_ERROR_INVALID_VALUE);
   EXPECT_EQ(LM::CUDA.cuTexRefSetAddress2D(texture, &descriptor, 4096, 272), CUDA_ERROR_INVALID_VALUE);
+  EXPECT_EQ(LM::CUDA.cuTexRefSetFormat(texture, CU_AD_FORMAT_FLOAT, 4), CUDA_ERROR_INVALID_VALUE)
+      << "no format once bound";
   EXPECT_EQ(LM::CUDA.cuModuleUnload(module), CUDA_SUCCESS);
 }
 

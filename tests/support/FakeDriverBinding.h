@@ -17,3 +17,16 @@ inline std::unique_ptr<FakeCUDA> BindFakeDriver(const char* path = FAKECUDA_PATH
   fake->fakecuda_ClearCallLog();
   return fake;
 }
+
+// A context of the fake's first device, current on this thread for the object's life: what module loading
+// needs, as on the real driver.
+class CurrentFakeContext {
+ public:
+  CurrentFakeContext() { EXPECT_EQ(LM::CUDA.cuCtxCreate(&context_, 0, 0), CUDA_SUCCESS); }
+  ~CurrentFakeContext() { LM::CUDA.cuCtxDestroy(context_); }
+  CurrentFakeContext(const CurrentFakeContext&) = delete;
+  CurrentFakeContext& operator=(const CurrentFakeContext&) = delete;
+
+ private:
+  CUcontext context_ = nullptr;
+};

@@ -3,6 +3,7 @@
 // driver, which knows only what a module declares, and by the kernel checks.
 #pragma once
 
+#include <cstdlib>
 #include <map>
 #include <set>
 #include <sstream>
@@ -29,9 +30,12 @@ inline PtxParameter ParsePtxParameter(const std::string& declaration) {
   words >> word >> type;
   if (type == ".align") words >> alignment >> type;
   while (words >> word) last = word;
-  const int bytes = type.size() > 2 ? std::stoi(type.substr(2)) / 8 : 0;
+  // Numbers are read without exceptions: a type without a width (.pred) has 0 bytes.
+  const int bytes = type.size() > 2 ? static_cast<int>(std::strtol(type.c_str() + 2, nullptr, 10)) / 8 : 0;
   const std::size_t bracket = last.find('[');
-  const int count = bracket == std::string::npos ? 1 : std::stoi(last.substr(bracket + 1));
+  const int count = bracket == std::string::npos
+                        ? 1
+                        : static_cast<int>(std::strtol(last.c_str() + bracket + 1, nullptr, 10));
   return {type, alignment != 0 ? alignment : bytes, bytes * count};
 }
 

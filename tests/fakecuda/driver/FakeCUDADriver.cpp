@@ -54,7 +54,8 @@ struct Function {
 };
 
 struct Texture {
-  CUdevice device;  // whose alignments a binding must meet
+  CUdevice device;     // whose alignments a binding must meet
+  bool bound = false;  // once bound, its format can no longer be set
 };
 
 struct Module {
@@ -199,7 +200,8 @@ CUresult SetParameter(CUfunction handle, int offset, const void* bytes, unsigned
   if (offset < 0 || bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
   Function& function = *reinterpret_cast<Function*>(handle);
   const unsigned start = static_cast<unsigned>(offset);
-  if (static_cast<std::size_t>(start) + size > function.parameterBytes || !function.settableAt[start]) {
+  if (start >= function.parameterBytes || static_cast<std::size_t>(start) + size > function.parameterBytes ||
+      function.parameterBytes > sizeof function.params || !function.settableAt[start]) {
     return CUDA_ERROR_INVALID_VALUE;
   }
   std::memcpy(function.params + start, bytes, size);
@@ -219,10 +221,13 @@ int MaximumPtxVersion(int version) {
   return maximum;
 }
 
-CUdevice CurrentDevice(State& state) {
-  if (currentContexts.empty()) return 0;
+// The device of the context current on this thread; false when none is current.
+bool CurrentDevice(State& state, CUdevice& device) {
+  if (currentContexts.empty()) return false;
   const auto found = state.contextDevices.find(currentContexts.back());
-  return found != state.contextDevices.end() ? found->second : 0;
+  if (found == state.contextDevices.end()) return false;
+  device = found->second;
+  return true;
 }
 
 int Attribute(const Device& device, CUdevice_attribute attribute) {
@@ -266,7 +271,7 @@ std::unique_ptr<Module> ModuleOf(const PtxModule& ptx, CUdevice device) {
     module->functions[name] = std::move(function);
   }
   for (const std::string& name : ptx.textures)
-    module->textures[name] = std::make_unique<Texture>(Texture{device});
+    module->textures[name] = std::make_unique<Texture>(Texture{device, false});
   return module;
 }
 
@@ -532,15 +537,18 @@ CUresult Impl_cuEventElapsedTime(float* milliseconds, CUevent, CUevent) {
   return CUDA_SUCCESS;
 }
 
-// The image is PTX text: what it declares is all the module has.
+// The image is PTX text: what it declares is all the module has. A module belongs to the context current on
+// this thread, as on the real driver, so a caller that forgot to make one current fails here.
 CUresult Impl_cuModuleLoadData(CUmodule* module, const void* image) {
   if (module == nullptr || image == nullptr) return CUDA_ERROR_INVALID_VALUE;
   const PtxModule ptx = ParsePtx(static_cast<const char*>(image));
   State& state = TheState();
   Lock lock(state.mutex);
+  CUdevice device = 0;
+  if (!CurrentDevice(state, device)) return CUDA_ERROR_INVALID_CONTEXT;
   if (ptx.version == 0) return CUDA_ERROR_INVALID_PTX;
   if (ptx.version > MaximumPtxVersion(state.driverVersion)) return CUDA_ERROR_UNSUPPORTED_PTX_VERSION;
-  state.modules.push_back(ModuleOf(ptx, CurrentDevice(state)));
+  state.modules.push_back(ModuleOf(ptx, device));
   *module = reinterpret_cast<CUmodule>(state.modules.back().get());
   return CUDA_SUCCESS;
 }
@@ -620,6 +628,13 @@ CUresult Impl_cuLaunchGridAsync(CUfunction function, int width, int height, CUst
   return RecordLaunch(function, width, height, stream);
 }
 
+// The format of a reference cannot be set once it was bound.
+CUresult Impl_cuTexRefSetFormat(CUtexref texture, CUarray_format, int) {
+  if (texture == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  Lock lock(TheState().mutex);
+  return reinterpret_cast<Texture*>(texture)->bound ? CUDA_ERROR_INVALID_VALUE : CUDA_SUCCESS;
+}
+
 // The address must be a multiple of the device's texture alignment, the pitch of its texture pitch
 // alignment, and the extent within its limits for linear memory.
 CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR* descriptor,
@@ -640,6 +655,7 @@ CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR
       pitch > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_PITCH)) {
     return CUDA_ERROR_INVALID_VALUE;
   }
+  reinterpret_cast<Texture*>(texture)->bound = true;
   state.textureBound = true;
   state.textureDescriptor = *descriptor;
   state.textureAddress = address;
