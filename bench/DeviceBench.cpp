@@ -97,14 +97,6 @@ void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& d
   if (destination != nullptr) pool->Release(destination, done);
 }
 
-// Sets a switch of the debug database to 1 unless LUMORA_DEBUG set it.
-void DefaultSwitchOn(const char* key) {
-  std::string value;
-  if (!zelcore::debug::DebugDatabase::Instance().Lookup(key, value)) {
-    zelcore::debug::DebugDatabase::Instance().Set(key, "1");
-  }
-}
-
 // The console output (coloured on a terminal), plus every run's bytes per second by benchmark name (without
 // the /manual_time or /real_time of its timing).
 class SummaryReporter : public benchmark::ConsoleReporter {
@@ -174,8 +166,8 @@ class SummaryReporter : public benchmark::ConsoleReporter {
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  DefaultSwitchOn("LM.EnableOpenCL");
-  DefaultSwitchOn("LM.OpenCLIncludeCPUDevices");
+  zelcore::debug::DebugDatabase::Instance().SetDefault("LM.EnableOpenCL", "1");
+  zelcore::debug::DebugDatabase::Instance().SetDefault("LM.OpenCLIncludeCPUDevices", "1");
   LM::Initialize(true);
   std::vector<boost::shared_ptr<LM::Device>> devices;
   for (unsigned int index = 0; index < LM::GetDeviceCount(); ++index) {

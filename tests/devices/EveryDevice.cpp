@@ -16,14 +16,6 @@ namespace {
 
 bool started = false;
 
-// Sets a switch of the debug database to 1 unless LUMORA_DEBUG set it.
-void DefaultSwitchOn(const char* key) {
-  std::string value;
-  if (!zelcore::debug::DebugDatabase::Instance().Lookup(key, value)) {
-    zelcore::debug::DebugDatabase::Instance().Set(key, "1");
-  }
-}
-
 std::string NameOf(const LM::Device& device) {
   return std::string(device.GetFramework() == LM::kDeviceFramework_CUDA ? "CUDA_" : "OpenCL_") +
          std::to_string(device.GetFrameworkIndex());
@@ -66,8 +58,8 @@ class DeviceSummary : public testing::EmptyTestEventListener {
 
 const std::vector<DeviceUnderTest>& DevicesUnderTest() {
   static const std::vector<DeviceUnderTest> devices = [] {
-    DefaultSwitchOn("LM.EnableOpenCL");
-    DefaultSwitchOn("LM.OpenCLIncludeCPUDevices");
+    zelcore::debug::DebugDatabase::Instance().SetDefault("LM.EnableOpenCL", "1");
+    zelcore::debug::DebugDatabase::Instance().SetDefault("LM.OpenCLIncludeCPUDevices", "1");
     // Start-up reports a missing CUDA driver on standard output, where it would garble the test list that
     // the build reads; `lumora devices` is where a user sees it.
     testing::internal::CaptureStdout();

@@ -58,14 +58,6 @@ const char* VendorName(LM::Vendor vendor) {
   }
 }
 
-// Sets a switch of the debug database to 1 unless the user set it already (through LUMORA_DEBUG).
-void DefaultSwitchOn(const char* key) {
-  std::string value;
-  if (!zelcore::debug::DebugDatabase::Instance().Lookup(key, value)) {
-    zelcore::debug::DebugDatabase::Instance().Set(key, "1");
-  }
-}
-
 bool SwitchIsOn(const char* key) {
   std::string value;
   return zelcore::debug::DebugDatabase::Instance().Lookup(key, value) && (value == "1" || value == "true");
@@ -74,8 +66,8 @@ bool SwitchIsOn(const char* key) {
 int ListDevices() {
   // The command line lists OpenCL devices, CPU ones included, unless told otherwise: that is how Lumora
   // runs on a machine without a GPU.
-  DefaultSwitchOn("LM.EnableOpenCL");
-  DefaultSwitchOn("LM.OpenCLIncludeCPUDevices");
+  zelcore::debug::DebugDatabase::Instance().SetDefault("LM.EnableOpenCL", "1");
+  zelcore::debug::DebugDatabase::Instance().SetDefault("LM.OpenCLIncludeCPUDevices", "1");
   LM::Initialize(true);
   const unsigned int count = LM::GetDeviceCount();
   std::printf("CUDA driver: %s\n", BindResultText(LM::GetCUDADriverBindResult()));

@@ -17,6 +17,8 @@ class DebugDatabase {
   // True and the entry's text in `value` when the key exists.
   bool Lookup(const std::string& key, std::string& value) const;
   void Set(const std::string& key, const std::string& value);
+  // Sets the entry only when the key does not exist yet (LUMORA_DEBUG or an earlier Set wins).
+  void SetDefault(const std::string& key, const std::string& value);
   void Remove(const std::string& key);
   // Drops every entry and reads LUMORA_DEBUG again.
   void Reload();

@@ -87,6 +87,11 @@ void DebugDatabase::Set(const std::string& key, const std::string& value) {
   state_->entries[key] = value;
 }
 
+void DebugDatabase::SetDefault(const std::string& key, const std::string& value) {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  state_->entries.emplace(key, value);
+}
+
 void DebugDatabase::Remove(const std::string& key) {
   std::lock_guard<std::mutex> lock(state_->mutex);
   state_->entries.erase(key);

@@ -28,6 +28,9 @@ TEST(HostDebugDatabase, ParsesEntriesAndSetOverridesTheEnvironmentUntilReload) {
 
   db.Set("New", "n");
   EXPECT_EQ(LookupOr("New"), "n");
+  db.SetDefault("New", "other");
+  db.SetDefault("Fresh", "f");
+  EXPECT_EQ(LookupOr("New") + LookupOr("Fresh"), "nf") << "a default never replaces an entry";
   db.Reload();
   EXPECT_EQ(LookupOr("New"), "<missing>");
 
