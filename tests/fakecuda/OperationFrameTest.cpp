@@ -225,6 +225,20 @@ TEST_F(CUDAOperations, APitchTheTextureCannotBindIsRefusedOrCopiedToOneItCan) {
             LM::kResultUnsupported);
 
   LM::TexturePlane plane;
+  // What a host can get wrong: no plane to fill, no device, a pitch shorter than a row; an empty extent is
+  // nothing to do.
+  EXPECT_EQ(LM::AlignPlaneForTexture(device_, source, source, rowBytes, width, height, format, nullptr),
+            LM::kResultFailed);
+  EXPECT_EQ(LM::AlignPlaneForTexture({}, source, source, rowBytes, width, height, format, &plane),
+            LM::kResultFailed);
+  EXPECT_EQ(LM::AlignPlaneForTexture(device_, source, source, 40, width, height, format, &plane),
+            LM::kResultFailed);
+  EXPECT_EQ(LM::AlignPlaneForTexture(device_, source, source, -8, width, height, format, &plane),
+            LM::kResultFailed);
+  EXPECT_EQ(LM::AlignPlaneForTexture(device_, source, source, rowBytes, 0, height, format, &plane), 0);
+  EXPECT_EQ(plane.scratch, nullptr);
+  EXPECT_EQ(LM::BindTexture(device_, texture, source, source, -32, width, height, format),
+            LM::kResultUnsupported);
   ASSERT_EQ(LM::AlignPlaneForTexture(device_, source, source + 16, 1024, width, height, format, &plane), 0);
   EXPECT_EQ((std::vector<const void*>{plane.base, plane.data, plane.scratch}),
             (std::vector<const void*>{source, source + 16, nullptr}))
