@@ -274,6 +274,23 @@ int CUDABackend::CreateImage(PixelFormat, int, int, boost::shared_ptr<void>*) {
   return kResultFailed;
 }
 
+// The driver knows the allocation that holds any address of it; an address it does not know (host memory
+// mapped for the device, or a bad one) is left to the caller.
+MemoryObjectInfo CUDABackend::DescribeMemory(const void* object) {
+  MemoryObjectInfo info;
+  CUdeviceptr base = 0;
+  std::size_t size = 0;
+  const CUdeviceptr address = Address(object);
+  if (CUDA.cuMemGetAddressRange == nullptr ||
+      CUDA.cuMemGetAddressRange(&base, &size, address) != CUDA_SUCCESS || address < base ||
+      address - base > size) {
+    return info;
+  }
+  info.kind = MemoryObjectInfo::Kind::kBuffer;
+  info.bytes = static_cast<std::size_t>(base + size - address);
+  return info;
+}
+
 int CUDABackend::CopyRows(const void* source, std::size_t sourcePitch, void* destination,
                           std::size_t destinationPitch, std::size_t rowBytes, std::size_t height,
                           CommandQueue& queue) {

@@ -51,6 +51,7 @@ class CUDABackend : public DeviceBackend {
   std::uint32_t TexturePitchAlignment() override;
   int BindTextureReference(void* reference, const TextureBinding& binding) override;
   int CreateImage(PixelFormat format, int width, int height, boost::shared_ptr<void>* holder) override;
+  MemoryObjectInfo DescribeMemory(const void* object) override;
   int CopyRows(const void* source, std::size_t sourcePitch, void* destination, std::size_t destinationPitch,
                std::size_t rowBytes, std::size_t height, CommandQueue& queue) override;
 

@@ -151,6 +151,7 @@ void Device::RefreshKernelRecords() {
 }
 
 void Device::ResetDebugFlags() {
+  checkBufferBounds_ = ReadDebugSwitch("LM.CheckBufferBounds", kCheckBufferBoundsByDefault);
   const bool profile = ReadDebugSwitch("LM.ProfileKernels") && ReadDebugSwitch("EnableDogEars");
   const bool changed = profile != profileKernels_;
   profileKernels_ = profile;
@@ -198,6 +199,7 @@ void Device::InitializeContext() {
   const bool headless = HQX::GetIsHeadless();
   const bool profile = ReadDebugSwitch("LM.ProfileKernels") && ReadDebugSwitch("EnableDogEars");
   profileKernels_ = profile;
+  checkBufferBounds_ = ReadDebugSwitch("LM.CheckBufferBounds", kCheckBufferBoundsByDefault);
   DestroyOffscreenGLContext(impl_->openGL);
   impl_->openGL = CreateOffscreenGLContext();
   ++contextGeneration_;

@@ -57,6 +57,16 @@ struct TextureBinding {
   PixelFormat format;
 };
 
+// What the framework tells of a buffer or image that a kernel is given, for the operations' checks.
+struct MemoryObjectInfo {
+  enum class Kind : std::uint8_t { kUnknown, kBuffer, kImage };
+  Kind kind = Kind::kUnknown;  // unknown: the framework could not say (mapped host memory, for one)
+  // Buffers: the bytes from the given address to the end of its allocation. Images: the width and height
+  // in texels and the bytes of one texel.
+  std::size_t bytes = 0;
+  std::size_t width = 0, height = 0, elementBytes = 0;
+};
+
 class DeviceBackend {
  public:
   virtual ~DeviceBackend();
@@ -109,6 +119,9 @@ class DeviceBackend {
   // OpenCL images: a width x height image of the image format of `format`, released by the holder (which
   // work already queued on the image outlives); a result code.
   virtual int CreateImage(PixelFormat format, int width, int height, boost::shared_ptr<void>* holder) = 0;
+  // What the framework knows of a buffer or image (a CUdeviceptr, possibly into the middle of an
+  // allocation, or a cl_mem); kind unknown when it cannot tell.
+  virtual MemoryObjectInfo DescribeMemory(const void* object) = 0;
   // Copies `height` rows of `rowBytes` bytes between pitched device buffers on the queue; a result code.
   virtual int CopyRows(const void* source, std::size_t sourcePitch, void* destination,
                        std::size_t destinationPitch, std::size_t rowBytes, std::size_t height,

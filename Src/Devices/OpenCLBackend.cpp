@@ -228,6 +228,30 @@ int OpenCLBackend::CreateImage(PixelFormat format, int width, int height, boost:
   return kResultSuccess;
 }
 
+// Every cl_mem knows its type and size; an image also its extent and texel size.
+MemoryObjectInfo OpenCLBackend::DescribeMemory(const void* object) {
+  MemoryObjectInfo info;
+  cl_mem memory = static_cast<cl_mem>(const_cast<void*>(object));
+  cl_mem_object_type type = 0;
+  if (clGetMemObjectInfo(memory, CL_MEM_TYPE, sizeof type, &type, nullptr) != CL_SUCCESS) return info;
+  if (type == CL_MEM_OBJECT_BUFFER) {
+    if (clGetMemObjectInfo(memory, CL_MEM_SIZE, sizeof info.bytes, &info.bytes, nullptr) == CL_SUCCESS) {
+      info.kind = MemoryObjectInfo::Kind::kBuffer;
+    }
+    return info;
+  }
+  // Any other type is an image; only a 2D image has what the kernels sample and write.
+  info.kind = MemoryObjectInfo::Kind::kImage;
+  if (type != CL_MEM_OBJECT_IMAGE2D ||
+      clGetImageInfo(memory, CL_IMAGE_WIDTH, sizeof info.width, &info.width, nullptr) != CL_SUCCESS ||
+      clGetImageInfo(memory, CL_IMAGE_HEIGHT, sizeof info.height, &info.height, nullptr) != CL_SUCCESS ||
+      clGetImageInfo(memory, CL_IMAGE_ELEMENT_SIZE, sizeof info.elementBytes, &info.elementBytes, nullptr) !=
+          CL_SUCCESS) {
+    info.width = info.height = info.elementBytes = 0;
+  }
+  return info;
+}
+
 // Images take any pitch, so nothing on OpenCL copies rows to change one.
 int OpenCLBackend::CopyRows(const void*, std::size_t, void*, std::size_t, std::size_t, std::size_t,
                             CommandQueue&) {

@@ -7,10 +7,10 @@ namespace LM {
 int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
                   PixelFormat format, int left, int top, int width, int height, float4 color) {
   if (width <= 0 || height <= 0) return kResultSuccess;
-  if (!device) return kResultFailed;
-  const int bytesPerPixel = BytesPerPixel(format);
-  if (bytesPerPixel == 0) return kResultUnsupported;
-  return fillWithColorKernel.Run(device, width, height, DevicePointer{buffer}, rowBytes / bytesPerPixel,
+  const int pixelBytes = GPUPixelBytes(format);
+  return fillWithColorKernel.Run(device, width, height,
+                                 {PixelOperand(buffer, rowBytes, pixelBytes, left, top, width, height)},
+                                 DevicePointer{buffer}, PitchInElements(rowBytes, pixelBytes),
                                  Is32BitFloat(format), left, top, width, height, color);
 }
 

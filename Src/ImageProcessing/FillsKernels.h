@@ -7,7 +7,10 @@
 namespace LM {
 
 LM_KERNEL_PARAMETERS(FillWithColorParameters, LM_PARAMETERS_FillWithColorKernel);
-inline KernelFamily<FillWithColorParameters, 1> fillWithColorKernel("..\\..\\Src\\ImageProcessing\\Fills",
-                                                                    {"FillWithColorKernel"});
+// The fills refuse a format that is not a GPU format as a failure: kResultUnsupported is for the
+// operations that choose a kernel by format.
+inline KernelFamily<FillWithColorParameters, 1> fillWithColorKernel(
+    "..\\..\\Src\\ImageProcessing\\Fills", {"FillWithColorKernel"},
+    KernelFamilyOptions{}.RefusedFormatResult(kResultFailed));
 
 }  // namespace LM

@@ -7,7 +7,7 @@ namespace LM {
 
 std::vector<KernelSignature> KernelCatalog() {
   std::vector<KernelSignature> signatures;
-  AppendSignatures(signatures, fillWithColorKernel, copyMemory2DKernel, copyRectKernel,
+  AppendSignatures(signatures, fillWithColorKernel, copyMemory2DKernels, copyRectKernels,
                    copyBufferToImageKernel);
   return signatures;
 }

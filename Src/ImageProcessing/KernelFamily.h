@@ -9,13 +9,15 @@
 //   LM_KERNEL_PARAMETERS(FillWithColorParameters, LM_PARAMETERS_FillWithColorKernel);
 //   inline KernelFamily<FillWithColorParameters, 1> fillWithColorKernel(
 //       "..\\..\\Src\\ImageProcessing\\Fills", {"FillWithColorKernel"});
-//   ... fillWithColorKernel.Run(device, width, height, DevicePointer{buffer}, pitch, ...);
+//   ... fillWithColorKernel.Run(device, width, height, {PixelOperand(buffer, ...)}, DevicePointer{buffer},
+//                                pitch, ...);
 #pragma once
 
 #include <array>
 #include <boost/shared_ptr.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <vector>
 
 #include "Devices/DeviceBackend.h"
@@ -61,9 +63,45 @@ LaunchGeometry Blocks16x16(const Device& device, int width, int height);
 // their OpenCL version there), else 16, over `width` rounded up to a multiple of 16; the height is ignored.
 LaunchGeometry RowOfBlocks32Or16(const Device& device, int width, int height);
 
+// What a launch reads or writes through one buffer or image argument. The frame checks every operand
+// before anything is enqueued (CheckOperands): a launch whose operands are not whole and inside their
+// objects is refused.
+struct Operand {
+  enum class Kind : std::uint8_t { kBuffer, kImage };
+  const void* object;  // the argument: a device address or cl_mem, or an OpenCL image
+  Kind kind;
+  int elementBytes;  // bytes of one element; 0 when the operation refuses the pixel format
+  int indexBytes;    // the unit in which the kernel indexes the buffer: its last index must fit an int
+  long long offset;  // bytes from the object's address to row 0
+  long long pitch;   // bytes from one row to the next, as the kernel steps
+  long long left, top, width, height;  // the rectangle, in elements
+};
+
+// A width x height rectangle at (left, top) of a buffer whose rows are `rowBytes` apart, counted as the
+// kernels count them: in whole elements, a remainder dropped. Row 0 starts `offset` bytes in. The kernel
+// indexes the buffer in elements.
+Operand PixelOperand(const void* buffer, long long rowBytes, int elementBytes, long long left, long long top,
+                     long long width, long long height, long long offset = 0);
+// The width x height texels of an OpenCL image whose texels take `elementBytes`.
+Operand ImageOperand(const void* image, int elementBytes, long long width, long long height);
+// A buffer's row pitch as the kernels take it, in elements; 0 for a refused format.
+inline int PitchInElements(int rowBytes, int elementBytes) {
+  return elementBytes > 0 ? rowBytes / elementBytes : 0;
+}
+
+// The checks of the frame, in their order, each failing with kResultFailed unless told otherwise: a null
+// object; a refused format (`refusedFormatResult`); a negative position or offset, a pitch shorter than
+// the rows it holds, or an index beyond an int; and then, as far as the framework can tell, an object of
+// the wrong kind (an image for a buffer or the reverse) or an extent past the end of its object. An
+// operand of an empty extent touches nothing and gets only the first two checks.
+int CheckOperands(Device& device, const Operand* operands, std::size_t count, int refusedFormatResult);
+using Operands = std::initializer_list<Operand>;
+
 struct KernelFamilyOptions {
   KernelFrameworks frameworks = KernelFrameworks::kBoth;
   int missingKernelResult = kResultFailed;
+  // What a launch whose operand has a refused format returns.
+  int refusedFormatResult = kResultUnsupported;
   GeometryRule geometry = Blocks16x16;
   // Asks for more shared memory than L1 cache (cuFuncSetCacheConfig) before each launch, on devices of
   // compute capability 2.0 and up.
@@ -74,6 +112,9 @@ struct KernelFamilyOptions {
   }
   constexpr KernelFamilyOptions MissingKernelResult(int result) const {
     return With(&KernelFamilyOptions::missingKernelResult, result);
+  }
+  constexpr KernelFamilyOptions RefusedFormatResult(int result) const {
+    return With(&KernelFamilyOptions::refusedFormatResult, result);
   }
   constexpr KernelFamilyOptions Geometry(GeometryRule rule) const {
     return With(&KernelFamilyOptions::geometry, rule);
@@ -147,10 +188,12 @@ inline KernelArgument Argument(const float4& value) {
   return argument;
 }
 
-// Steps 3 to 7 of every operation (the extent check is the operation's own).
+// Every step of an operation after its extent check: the operand checks, the kernel, the arguments, the
+// launch.
 int Launch(const boost::shared_ptr<Device>& device, KernelCache& cache, const char* moduleKey,
            const char* name, const KernelFamilyOptions& options, int width, int height,
-           boost::shared_ptr<Event>* done, const KernelArgument* arguments, std::size_t count);
+           boost::shared_ptr<Event>* done, const Operands& operands, const KernelArgument* arguments,
+           std::size_t count);
 
 // The module's name in its key: what follows the last separator.
 constexpr const char* ModuleNameOfKey(const char* key) {
@@ -176,18 +219,20 @@ class KernelFamily<Parameters, Variants, TypeList<Ts...>> {
       : moduleKey_(moduleKey), names_(names), options_(options) {}
 
   // Launches variant `variant` over a width x height extent (as the family's geometry counts it) with the
-  // arguments in the list's order; `done`, when given, receives the launch's completion event. A variant
-  // out of range is a missing kernel.
+  // arguments in the list's order, once `operands` (what the kernel reads and writes of its buffers and
+  // images) pass the frame's checks; `done`, when given, receives the launch's completion event. A
+  // variant out of range is a missing kernel.
   int Launch(const boost::shared_ptr<Device>& device, std::size_t variant, int width, int height,
-             boost::shared_ptr<Event>* done, const Ts&... arguments) {
+             boost::shared_ptr<Event>* done, const Operands& operands, const Ts&... arguments) {
     if (variant >= Variants) return options_.missingKernelResult;
     const KernelArgument list[] = {detail::Argument(arguments)...};
     return detail::Launch(device, caches_[variant], moduleKey_, names_[variant], options_, width, height,
-                          done, list, sizeof...(Ts));
+                          done, operands, list, sizeof...(Ts));
   }
   // The first variant, without a completion event: the launch of a single kernel.
-  int Run(const boost::shared_ptr<Device>& device, int width, int height, const Ts&... arguments) {
-    return Launch(device, 0, width, height, nullptr, arguments...);
+  int Run(const boost::shared_ptr<Device>& device, int width, int height, const Operands& operands,
+          const Ts&... arguments) {
+    return Launch(device, 0, width, height, nullptr, operands, arguments...);
   }
   // The kernel handle of a variant for the device (null when it cannot be had), for operations that only
   // check.

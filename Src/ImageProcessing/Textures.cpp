@@ -8,6 +8,7 @@
 
 #include "Devices/CUDABackend.h"
 #include "Devices/DeviceBackend.h"
+#include "ImageProcessing/KernelFamily.h"
 #include "Lumora/Device.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
@@ -32,19 +33,29 @@ Texture LoadTexture(const boost::shared_ptr<Device>& device, const char* moduleK
 
 int BindTexture(const boost::shared_ptr<Device>& device, Texture& texture, const void* base, const void* data,
                 int rowBytes, int width, int height, PixelFormat format) {
-  if (!device) return kResultFailed;
+  if (!device || base == nullptr || data == nullptr) return kResultFailed;
   DeviceBackend& backend = BackendOf(*device);
   if (device->GetFramework() == kDeviceFramework_OpenCL) {
+    // On OpenCL base is a buffer object and only data - base means anything: the byte offset of the data
+    // in it, which the copy below takes as an int.
+    const std::intptr_t offset =
+        reinterpret_cast<std::intptr_t>(data) - reinterpret_cast<std::intptr_t>(base);
+    if (offset < 0 || offset > INT_MAX) return kResultFailed;
     boost::shared_ptr<void> image;
     const int created = backend.CreateImage(format, width, height, &image);
     if (created != kResultSuccess) return created;
     // Released with the last copy of the Texture.
     texture.imageHolder = image;
     texture.image = image.get();
-    const int offset = static_cast<int>(static_cast<const char*>(data) - static_cast<const char*>(base));
-    return CopyBufferToImage(device, base, offset, rowBytes, texture.image, format, width, height);
+    return CopyBufferToImage(device, base, static_cast<int>(offset), rowBytes, texture.image, format, width,
+                             height);
   }
   if (texture.textureReference == nullptr) return kResultOutOfMemory;
+  // The rows the texture will read lie inside the data's allocation.
+  const int texelBytes = CUDATextureFormatOf(format).TexelBytes();
+  const Operand rows = PixelOperand(data, rowBytes, texelBytes, 0, 0, width, height);
+  const int checked = CheckOperands(*device, &rows, 1, kResultUnsupported);
+  if (checked != kResultSuccess) return checked;
   // The driver refuses such a pitch with CUDA_ERROR_INVALID_VALUE; the caller is told why instead.
   const std::uint32_t pitchAlignment = backend.TexturePitchAlignment();
   if (rowBytes <= 0 || (pitchAlignment != 0 && static_cast<std::uint32_t>(rowBytes) % pitchAlignment != 0)) {

@@ -240,6 +240,14 @@ bool LookUpModuleImage(DeviceFramework framework, Vendor vendor, double computeC
   }
 }
 
+std::string ModuleSearchPlace(DeviceFramework framework, double computeCapability) {
+  if (TableIndex(framework, computeCapability) < 0) return "no module table";
+  if (framework == kDeviceFramework_OpenCL) return "the OpenCL texts registered with OpenCLModuleLoader";
+  const UTF16String folder = CUDAModuleFolder(computeCapability);
+  return folder.empty() ? "no folder (the executable directory is unknown)"
+                        : "the folder " + zelcore::UTF16ToUTF8(folder);
+}
+
 bool IsModuleTableBuilt(DeviceFramework framework, double computeCapability) {
   const int index = TableIndex(framework, computeCapability);
   if (index < 0) return false;

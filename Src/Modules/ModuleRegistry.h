@@ -42,6 +42,10 @@ std::vector<KernelRecord> GetKernelRecords(DeviceFramework framework, Vendor ven
 bool LookUpModuleImage(DeviceFramework framework, Vendor vendor, double computeCapability,
                        const std::string& name, std::string& image);
 
+// Where the table for (framework, compute capability) takes its modules from, for messages: the CUDA
+// folder's path, or the OpenCL texts that programs registered.
+std::string ModuleSearchPlace(DeviceFramework framework, double computeCapability);
+
 // Whether the table for (framework, compute capability) is built; never builds it.
 bool IsModuleTableBuilt(DeviceFramework framework, double computeCapability);
 

@@ -1,6 +1,8 @@
 #include "Runtime/FailureReport.h"
 
 #include <zelcore/Debug.h>
+#include <zelcore/Threads.h>
+#include <zelcore/Trace.h>
 
 #include <sstream>
 
@@ -25,6 +27,13 @@ void ReportFailure(bool* silence, const char* condition, const std::string& mess
       zelcore::debug::IsDebuggerAttached()) {
     zelcore::debug::BreakIntoDebugger();
   }
+}
+
+void TraceLumora(const std::string& message) {
+  if (!zelcore::trace::TraceEnabled("Lumora", 0, 1)) return;
+  std::ostringstream line;
+  line << '<' << zelcore::threads::GetCurrentThreadID() << "> <Lumora> <0> " << message << '\n';
+  zelcore::trace::WriteTrace(line.str());
 }
 
 namespace {

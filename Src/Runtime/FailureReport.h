@@ -21,6 +21,11 @@ std::string SourceName(const char* path);
 void ReportFailure(bool* silence, const char* condition, const std::string& message,
                    const std::string& source, int line, const char* function = nullptr);
 
+// Writes one line to the host's trace in the category "Lumora" when tracing is enabled for it:
+// "<thread id> <Lumora> <0> " + message. For what a host developer needs to know but is no failure of a
+// runtime call (a missing kernel, blocks still held by a dying pool).
+void TraceLumora(const std::string& message);
+
 // True when result is CUDA_SUCCESS; otherwise reports "result == CUDA_SUCCESS" with the message
 // step + CUDAResultName(result) and returns false.
 [[nodiscard]] bool CheckCUDAResult(int result, const char* step, bool* silence, const char* file, int line);

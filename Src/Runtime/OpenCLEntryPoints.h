@@ -1,5 +1,5 @@
 // The OpenCL entry points that Lumora calls, bound on first use from the OpenCL runtime library (the Linux
-// form of delay-loading). Lumora does not link against libOpenCL: it defines these 27 functions itself,
+// form of delay-loading). Lumora does not link against libOpenCL: it defines these functions itself,
 // with hidden visibility, and each one loads the runtime and looks its name up the first time it is
 // called. When the runtime or the name is missing, the call fails with kOpenCLRuntimeUnavailable
 // (through its errcode_ret argument where the function returns an object) instead of crashing, so the
@@ -70,7 +70,15 @@ constexpr cl_int kOpenCLRuntimeUnavailable = -1001;
   X(cl_int, clReleaseProgram, (cl_program program), (program))                                                \
   X(cl_int, clUnloadCompiler, (void), ())                                                                      \
   X(cl_int, clSetKernelArg, (cl_kernel kernel, cl_uint arg_index, size_t arg_size, const void* arg_value),     \
-    (kernel, arg_index, arg_size, arg_value))
+    (kernel, arg_index, arg_size, arg_value))                                                                  \
+  X(cl_int, clGetMemObjectInfo,                                                                                \
+    (cl_mem memobj, cl_mem_info param_name, size_t param_value_size, void* param_value,                        \
+     size_t* param_value_size_ret),                                                                            \
+    (memobj, param_name, param_value_size, param_value, param_value_size_ret))                                 \
+  X(cl_int, clGetImageInfo,                                                                                    \
+    (cl_mem image, cl_image_info param_name, size_t param_value_size, void* param_value,                       \
+     size_t* param_value_size_ret),                                                                            \
+    (image, param_name, param_value_size, param_value, param_value_size_ret))
 // clang-format on
 
 // Entry points that return an object and report their status through errcode_ret.

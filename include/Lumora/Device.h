@@ -53,6 +53,9 @@ class LM_API Device {
   bool IsQualified() const { return qualified_; }
   void SetQualified(bool qualified) { qualified_ = qualified; }
   bool ProfilesKernels() const { return profileKernels_; }
+  // Whether the operations check their extents against the sizes of the buffers and images they are
+  // given (the switch "LM.CheckBufferBounds"), read with the other switches.
+  bool ChecksBufferBounds() const { return checkBufferBounds_; }
   // How many times the context was (re)initialised.
   std::uint64_t GetContextGeneration() const { return contextGeneration_; }
   // Identifies the current context across all devices and re-initialisations (0: none yet); kernel
@@ -115,6 +118,7 @@ class LM_API Device {
   double driverVersion_ = -1.0;
   std::uint64_t totalMemory_ = 0;
   bool profileKernels_ = false;
+  bool checkBufferBounds_ = true;
   boost::shared_ptr<CommandQueue> commandQueue_;
   boost::shared_ptr<MemoryManager> deviceMemory_;
   boost::shared_ptr<MemoryManager> hostMemory_;

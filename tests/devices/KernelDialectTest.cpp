@@ -59,7 +59,7 @@ TEST_P(KernelDialect, ABoundTextureSamplesExactlyTheDataItWasBoundTo) {
         LM::kResultSuccess);
     void* sampled = Allocate(static_cast<std::size_t>(width) * height * size);
     ASSERT_EQ(
-        sampleTextureKernel.Run(device_, width, height, LM::DevicePointer{sampled}, width, is32f, width,
+        sampleTextureKernel.Run(device_, width, height, {}, LM::DevicePointer{sampled}, width, is32f, width,
                                 height, static_cast<int>(texture.offset), LM::ImageObject{texture.image}),
         LM::kResultSuccess);
     LM::ReleaseTexturePlane(device_, &plane, device_->GetCommandQueue()->RecordEvent());
@@ -93,7 +93,7 @@ TEST_P(KernelDialect, PixelLoadsArithmeticAndStoresAreExactInBothPrecisions) {
     }
     void* src = Upload(source);
     void* dst = Upload(Bytes(source.size(), 0));
-    ASSERT_EQ(pixelArithmeticKernel.Run(device_, width, height, LM::DevicePointer{src},
+    ASSERT_EQ(pixelArithmeticKernel.Run(device_, width, height, {}, LM::DevicePointer{src},
                                         LM::DevicePointer{dst}, pitch, is32f, width, height, scale,
                                         LM::float4{offset[0], offset[1], offset[2], offset[3]},
                                         LM::float4{gain[0], gain[1], gain[2], gain[3]}),
@@ -128,7 +128,7 @@ TEST_P(KernelDialect, AFamilyLaunchesTheVariantItIsAskedFor) {
     void* buffer = Upload(bytes);
     boost::shared_ptr<LM::Event> done;
     ASSERT_EQ(
-        familyProbe.Launch(device_, variant, count, 1, &done, LM::DevicePointer{buffer}, count, operand),
+        familyProbe.Launch(device_, variant, count, 1, &done, {}, LM::DevicePointer{buffer}, count, operand),
         LM::kResultSuccess);
     ASSERT_TRUE(done);
     done->Wait();
@@ -142,7 +142,7 @@ TEST_P(KernelDialect, AFamilyLaunchesTheVariantItIsAskedFor) {
       ASSERT_EQ(value, expected) << "variant " << variant << ", value " << i;
     }
   }
-  EXPECT_EQ(familyProbe.Launch(device_, 3, count, 1, nullptr, LM::DevicePointer{nullptr}, count, operand),
+  EXPECT_EQ(familyProbe.Launch(device_, 3, count, 1, nullptr, {}, LM::DevicePointer{nullptr}, count, operand),
             LM::kResultFailed)
       << "a variant out of range is a missing kernel";
 }

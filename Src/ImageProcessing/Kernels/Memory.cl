@@ -3,14 +3,26 @@
 #include "KernelDialect.h"
 #include "MemoryParameters.h"
 
-// Pixel (x, y) of the width x height extent, from srcOffset + y * srcPitch + x to dstOffset + y * dstPitch
-// + x. Offsets and pitches count pixels; the host passes the offsets in 16-byte units and they are counted
-// as pixels here for 16f as well, deliberately. The bytes move unchanged.
+// Pixel (x, y) of the width x height extent, from y * srcPitch + x to y * dstPitch + x counted from each
+// buffer's offset. Pitches count pixels; offsets count units of 16 bytes, one 32f pixel or two 16f pixels,
+// so that a byte offset that is a multiple of 16 lands where it was meant whatever the format. The bytes
+// move unchanged.
 LM_KERNEL_WITH_PARAMETERS(CopyMemory2DKernel, LM_PARAMETERS_CopyMemory2DKernel) {
   const int x = LM_GLOBAL_X;
   const int y = LM_GLOBAL_Y;
   if (x >= width || y >= height) return;
-  LM_CopyPixel(src, srcOffset + y * srcPitch + x, dst, dstOffset + y * dstPitch + x, is32f);
+  const int pixelsPerUnit = is32f ? 1 : 2;
+  LM_CopyPixel(src, srcOffset * pixelsPerUnit + y * srcPitch + x, dst, dstOffset * pixelsPerUnit + y * dstPitch + x,
+               is32f);
+}
+
+// The byte-exact form for every other format: pitches and the width count bytes, offsets 16-byte units.
+LM_KERNEL_WITH_PARAMETERS(CopyBytes2DKernel, LM_PARAMETERS_CopyMemory2DKernel) {
+  const int x = LM_GLOBAL_X;
+  const int y = LM_GLOBAL_Y;
+  if (x >= width || y >= height) return;
+  ((LM_GLOBAL uchar*)dst)[dstOffset * 16 + y * dstPitch + x] =
+      ((LM_GLOBAL const uchar*)src)[srcOffset * 16 + y * srcPitch + x];
 }
 
 // The width x height rectangle at (srcLeft, srcTop) of src to (dstLeft, dstTop) of dst; pitches in pixels.
@@ -19,6 +31,15 @@ LM_KERNEL_WITH_PARAMETERS(CopyRectKernel, LM_PARAMETERS_CopyRectKernel) {
   const int y = LM_GLOBAL_Y;
   if (x >= width || y >= height) return;
   LM_CopyPixel(src, (srcTop + y) * srcPitch + srcLeft + x, dst, (dstTop + y) * dstPitch + dstLeft + x, is32f);
+}
+
+// The byte-exact form: pitches, horizontal positions and the width count bytes.
+LM_KERNEL_WITH_PARAMETERS(CopyBytesRectKernel, LM_PARAMETERS_CopyRectKernel) {
+  const int x = LM_GLOBAL_X;
+  const int y = LM_GLOBAL_Y;
+  if (x >= width || y >= height) return;
+  ((LM_GLOBAL uchar*)dst)[(dstTop + y) * dstPitch + dstLeft + x] =
+      ((LM_GLOBAL const uchar*)src)[(srcTop + y) * srcPitch + srcLeft + x];
 }
 
 #if LM_OPENCL

@@ -2,14 +2,15 @@
 #ifndef LUMORA_MEMORY_PARAMETERS_H
 #define LUMORA_MEMORY_PARAMETERS_H
 
-// Pitches in pixels; offsets in 16-byte units, which the kernel counts as pixels.
+// Pitches in pixels (bytes for the byte-exact form); offsets in 16-byte units for every format.
 // clang-format off
 #define LM_PARAMETERS_CopyMemory2DKernel(P)                                                           \
   P(IN_BUFFER, src) P(INT, srcPitch) P(INT, srcOffset) P(BUFFER, dst) P(INT, dstPitch) P(INT, dstOffset) \
   P(INT, is32f) P(INT, width) P(INT, height)
 // clang-format on
 
-// Pitches in pixels; the rectangle at (srcLeft, srcTop) of src goes to (dstLeft, dstTop) of dst.
+// Pitches in pixels (bytes for the byte-exact form); the rectangle at (srcLeft, srcTop) of src goes to
+// (dstLeft, dstTop) of dst.
 // clang-format off
 #define LM_PARAMETERS_CopyRectKernel(P)                                                              \
   P(IN_BUFFER, src) P(INT, srcPitch) P(BUFFER, dst) P(INT, dstPitch) P(INT, is32f) P(INT, srcLeft) \

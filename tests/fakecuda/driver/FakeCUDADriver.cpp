@@ -429,6 +429,19 @@ CUresult Impl_cuMemFree(CUdeviceptr pointer) {
   return CUDA_SUCCESS;
 }
 
+// The allocation that holds `pointer`, as the driver reports it for any address inside one.
+CUresult Impl_cuMemGetAddressRange(CUdeviceptr* base, std::size_t* size, CUdeviceptr pointer) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  auto after = state.deviceAllocations.upper_bound(pointer);
+  if (after == state.deviceAllocations.begin()) return CUDA_ERROR_NOT_FOUND;
+  const auto& allocation = *std::prev(after);
+  if (pointer >= allocation.first + allocation.second) return CUDA_ERROR_NOT_FOUND;
+  if (base != nullptr) *base = allocation.first;
+  if (size != nullptr) *size = allocation.second;
+  return CUDA_SUCCESS;
+}
+
 CUresult Impl_cuMemHostAlloc(void** pointer, std::size_t bytes, unsigned int) {
   return AllocateHost(pointer, bytes);
 }
