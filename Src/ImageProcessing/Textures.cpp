@@ -82,9 +82,14 @@ int AlignPlaneForTexture(const boost::shared_ptr<Device>& device, const void* ba
   if (alignment == 0) return kResultFailed;
   if (rowBytes > 0 && rowBytes % alignment == 0) return kResultSuccess;
 
-  const long long rowCopy = static_cast<long long>(width) * CUDATextureFormatOf(format).TexelBytes();
+  const int texelBytes = CUDATextureFormatOf(format).TexelBytes();
+  const long long rowCopy = static_cast<long long>(width) * texelBytes;
   const long long pitch = (rowCopy + alignment - 1) / alignment * alignment;
   if (rowBytes < rowCopy || pitch > INT_MAX) return kResultFailed;
+  // The rows copied lie inside the data's allocation.
+  const Operand rows = PixelOperand(data, rowBytes, texelBytes, 0, 0, width, height);
+  const int checked = CheckOperands(*device, &rows, 1, kResultUnsupported);
+  if (checked != kResultSuccess) return checked;
   const boost::shared_ptr<MemoryManager> pool = device->GetDeviceMemory();
   const boost::shared_ptr<CommandQueue> queue = device->GetCommandQueue();
   if (!pool || !queue) return kResultFailed;
