@@ -17,7 +17,7 @@
 #include "Lumora/OpenCLModuleLoader.h"
 #include "Lumora/Results.h"
 #include "Lumora/Runtime.h"
-#include "Runtime/OpenCLEntryPoints.h"
+#include "OpenCLTestContext.h"
 
 namespace {
 
@@ -50,12 +50,13 @@ TEST_F(OpenCLStartUp, ARegisteredProgramIsFoundAsAModuleAndItsKernelsRun) {
       static_cast<cl_program>(device_->FindModule("..\\..\\Src\\ImageProcessing\\StartUpProbe"));
   ASSERT_NE(program, nullptr);
   cl_int error = CL_SUCCESS;
-  cl_kernel kernel = clCreateKernel(program, "Probe", &error);
+  const OwnedKernel kernel(clCreateKernel(program, "Probe", &error));
   ASSERT_EQ(error, CL_SUCCESS);
   void* buffer = device_->GetDeviceMemory()->Allocate(256 * sizeof(int), nullptr);
   cl_mem memory = static_cast<cl_mem>(buffer);
-  ASSERT_EQ(clSetKernelArg(kernel, 0, sizeof memory, &memory), CL_SUCCESS);
-  ASSERT_EQ(device_->GetCommandQueue()->LaunchKernel(kernel, 16, 1, 16, 1, nullptr), LM::kResultSuccess);
+  ASSERT_EQ(clSetKernelArg(kernel.get(), 0, sizeof memory, &memory), CL_SUCCESS);
+  ASSERT_EQ(device_->GetCommandQueue()->LaunchKernel(kernel.get(), 16, 1, 16, 1, nullptr),
+            LM::kResultSuccess);
   int result[256] = {};
   ASSERT_EQ(device_->GetCommandQueue()->CopyDeviceToHost(buffer, result, sizeof result, nullptr, true),
             LM::kResultSuccess);
