@@ -1,8 +1,11 @@
 # The two everyday commands: `make demo` and `make test`. Each installs what is missing, configures and
-# builds first, so both work on a fresh Debian machine.
+# builds first, so both work on a fresh Debian machine; run again, each prints only its own output.
 BUILD      ?= build
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
+
+# CMake's makefiles run as sub-makes of this one and would announce every folder they enter.
+MAKEFLAGS += --no-print-directory
 
 .PHONY: all deps configure build demo test test-sanitize bench gpu-bundle gpu-bundle-check clean
 
@@ -11,13 +14,20 @@ all: build
 deps:
 	@bash scripts/install-deps.sh
 
+# Configures a new build folder, or an existing one when CMAKE_ARGS asks for something. A configured folder
+# needs nothing here: its build reconfigures itself when a CMakeLists.txt changes.
 configure: deps
-	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS) >/dev/null
+	@if [ -n "$(CMAKE_ARGS)" ] || [ ! -f $(BUILD)/CMakeCache.txt ] || \
+	    { [ ! -f $(BUILD)/Makefile ] && [ ! -f $(BUILD)/build.ninja ]; }; then \
+	  cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS) >/dev/null; \
+	fi
 
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
-demo: build
+# Only the program and what it loads at run time (the library, the host services, the kernel modules).
+demo: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target lumora_cli
 	@$(BUILD)/bin/lumora devices
 
 test: build

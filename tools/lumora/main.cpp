@@ -39,7 +39,8 @@ const char* BindResultText(int result) {
     case 0:
       return "bound";
     case 999:
-      return "not available (the driver library or one of its entry points is missing; see above)";
+      return "not available (the driver library or one of its entry points is missing; the reason is on "
+             "standard error)";
     default:
       return "not usable (the driver failed to initialise)";
   }
