@@ -34,7 +34,8 @@ test: build
 	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 # The suite under AddressSanitizer and UndefinedBehaviorSanitizer, then under ThreadSanitizer, each in a
-# build folder of its own. LeakSanitizer runs with no suppression: a leaked cl_mem, event or program fails.
+# build folder of its own. Neither runs with suppressions: a leaked cl_mem, event or program fails, and so
+# does a race anywhere in the process.
 test-sanitize: deps
 	@cmake -S . -B $(BUILD)-asan -DCMAKE_BUILD_TYPE=Debug -DLUMORA_BUILD_BENCH=OFF \
 	  -DLUMORA_SANITIZE=address,undefined >/dev/null
@@ -44,7 +45,7 @@ test-sanitize: deps
 	@cmake -S . -B $(BUILD)-tsan -DCMAKE_BUILD_TYPE=Debug -DLUMORA_BUILD_BENCH=OFF \
 	  -DLUMORA_SANITIZE=thread >/dev/null
 	@cmake --build $(BUILD)-tsan -j $(JOBS)
-	@TSAN_OPTIONS="suppressions=$(CURDIR)/tests/support/tsan.supp halt_on_error=1" \
+	@TSAN_OPTIONS="halt_on_error=1" \
 	  ctest --test-dir $(BUILD)-tsan --output-on-failure -j $(JOBS)
 
 # Bandwidth on every qualified device against the memcpy references, then the host-side costs on the fake
