@@ -1,4 +1,4 @@
-# Builds kernel families from their one source each (see ARCHITECTURE.md, "Kernels are written once").
+# Builds kernel families from their one source each (see docs/design.md and docs/image-operations.md).
 #
 #   lumora_kernel_modules(TARGET <object library> PTX_TARGET <custom target>
 #                         DIALECT <KernelDialect.h> SOURCES <Family.cl>...)

@@ -1,7 +1,12 @@
 #include "Runtime/CUDADriverTable.h"
 
+#include <zelcore/Trace.h>
+
+#include <algorithm>
 #include <atomic>
+#include <cstdarg>
 #include <cstdio>
+#include <string>
 
 #include "Platform/DynamicLibrary.h"
 
@@ -19,6 +24,23 @@ const char* CUDADriverLibraryName = "libcuda.so.1";
 
 namespace {
 
+// The binder's messages go to the host's log: the host's trace sink, or standard error when it has none.
+// Standard output is the host's own (a command-line host prints its results there).
+#if defined(__GNUC__)
+__attribute__((format(printf, 1, 2)))
+#endif
+void ReportBindFailure(const char* format, ...) {
+  char line[1024];
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  if (length < 0) return;
+  std::string text(line, std::min(static_cast<std::size_t>(length), sizeof line - 1));
+  text += '\n';
+  zelcore::trace::WriteTrace(text);
+}
+
 // Looks names up in one loaded driver library and stores them in their slots. A missing required name is
 // reported; the caller stops binding at the first one.
 class Binder {
@@ -29,9 +51,8 @@ class Binder {
   bool Bind(Slot& slot, const char* name) {
     void* symbol = FindLibrarySymbol(library_, name);
     if (symbol == nullptr) {
-      std::printf("Failed to find required function \"%s\" in " LM_LIBRARY_NAME_FORMAT "\n", name,
-                  CUDADriverLibraryName);
-      std::fflush(stdout);
+      ReportBindFailure("Failed to find required function \"%s\" in " LM_LIBRARY_NAME_FORMAT, name,
+                        CUDADriverLibraryName);
       return false;
     }
     Store(slot, symbol);
@@ -61,11 +82,13 @@ class Binder {
 }  // namespace
 
 int LoadCUDADriverLibrary(void** module) {
-  void* library = LoadDynamicLibrary(CUDADriverLibraryName);
+  std::string why;
+  void* library = LoadDynamicLibrary(CUDADriverLibraryName, &why);
   if (module != nullptr) *module = library;
   if (library == nullptr) {
-    std::printf("LoadLibrary \"" LM_LIBRARY_NAME_FORMAT "\" failed!\n", CUDADriverLibraryName);
-    std::fflush(stdout);
+    // The loader's reason tells a missing file from a broken one or a missing dependency.
+    ReportBindFailure("LoadLibrary \"" LM_LIBRARY_NAME_FORMAT "\" failed! (%s)", CUDADriverLibraryName,
+                      why.c_str());
     return CUDA_ERROR_UNKNOWN;
   }
   return CUDA_SUCCESS;

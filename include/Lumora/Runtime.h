@@ -22,8 +22,9 @@ LM_API extern const wchar_t* OpenCLLibraryName;
 LM_API extern const char* OpenCLLibraryName;
 #endif
 
-// True when the CUDA driver can be bound: for API 4.0, or failing that for the legacy API. Binding prints
-// the binder's message on standard output when the library or an entry point is missing.
+// True when the CUDA driver can be bound: for API 4.0, or failing that for the legacy API. When the library
+// cannot be loaded (with the loader's reason) or an entry point is missing, binding says so in the host's
+// log: the host's trace sink, or standard error. Nothing is written to standard output.
 LM_API bool IsCUDADriverAvailable();
 
 // The result of the last binding of the CUDA driver in this process (by start-up or by

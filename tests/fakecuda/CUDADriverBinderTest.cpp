@@ -1,6 +1,9 @@
 // The CUDA driver binder against fake driver files: which name lands in each slot for each API level and
-// driver version, what is printed, and what is returned when the driver is incomplete or fails.
+// driver version, what is written to the host's log, and what is returned when the driver is incomplete or
+// fails.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <zelcore/Trace.h>
 
 #include <memory>
 #include <set>
@@ -80,13 +83,28 @@ void* SlotOf(const std::string& name) {
 
 struct BindOutcome {
   int result;
-  std::string output;
+  std::string output;  // what reached the host's log
 };
 
-BindOutcome Bind(unsigned int flags, int apiVersion) {
+// Runs `call` with the host's trace sink collecting the log. Standard output belongs to the host: the
+// binder must write nothing there.
+template <class Call>
+BindOutcome Logged(Call call) {
+  std::string log;
+  zelcore::trace::SetTraceSink([&log](const std::string& line) { log += line; });
   testing::internal::CaptureStdout();
-  const int result = LM::BindCUDADriver(flags, apiVersion);
-  return {result, testing::internal::GetCapturedStdout()};
+  const int result = call();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "the binder wrote to standard output";
+  zelcore::trace::SetTraceSink(boost::function<void(const std::string&)>());
+  return {result, log};
+}
+
+BindOutcome Bind(unsigned int flags, int apiVersion) {
+  return Logged([&] { return LM::BindCUDADriver(flags, apiVersion); });
+}
+
+BindOutcome IsAvailable() {
+  return Logged([] { return LM::IsCUDADriverAvailable() ? 1 : 0; });
 }
 
 std::unique_ptr<FakeCUDA> UseDriver(const char* path) {
@@ -112,11 +130,16 @@ void ExpectSlots(const FakeCUDA& fake, ExpectedName expectedName) {
   }
 }
 
-TEST(CUDADriverBinder, MissingLibraryPrintsOneLineAndBindsNothing) {
-  LM::CUDADriverLibraryName = "/nonexistent/libcuda-missing.so.1";
-  const BindOutcome outcome = Bind(0, 4000);
-  EXPECT_EQ(outcome.result, 999);
-  EXPECT_EQ(outcome.output, "LoadLibrary \"/nonexistent/libcuda-missing.so.1\" failed!\n");
+// A file that is missing, or that is not a library: one line with the loader's own reason, nothing bound.
+TEST(CUDADriverBinder, AnUnloadableLibraryIsOneLineWithTheLoadersReasonAndBindsNothing) {
+  for (const char* path : {"/nonexistent/libcuda-missing.so.1", LUMORA_TEST_SOURCE_DIR "/CMakeLists.txt"}) {
+    ASSERT_EQ(dlopen(path, RTLD_NOW | RTLD_LOCAL), nullptr) << path;
+    const std::string reason = dlerror();
+    LM::CUDADriverLibraryName = path;
+    const BindOutcome outcome = Bind(0, 4000);
+    EXPECT_EQ(outcome.result, 999);
+    EXPECT_EQ(outcome.output, std::string("LoadLibrary \"") + path + "\" failed! (" + reason + ")\n");
+  }
   for (const Slot& slot : Slots()) EXPECT_EQ(slot.bound, nullptr) << slot.name;
 }
 
@@ -186,9 +209,9 @@ TEST(CUDADriverBinder, WithoutDriverGetVersionTheDriverCountsAs10) {
 TEST(CUDADriverBinder, A32DriverFailsApi4000AtCtxDestroyV2AndBindsTheLegacyApi) {
   auto fake = UseDriver(FAKECUDA_DRIVER_3020_PATH);
   fake->fakecuda_SetDriverVersion(3020);
-  testing::internal::CaptureStdout();
-  EXPECT_TRUE(LM::IsCUDADriverAvailable());
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), MissingMessage("cuCtxDestroy_v2", *fake));
+  const BindOutcome outcome = IsAvailable();
+  EXPECT_EQ(outcome.result, 1);
+  EXPECT_EQ(outcome.output, MissingMessage("cuCtxDestroy_v2", *fake));
   EXPECT_EQ(SlotOf("cuMemAlloc"), fake->Symbol("cuMemAlloc"));
   EXPECT_EQ(SlotOf("cuCtxGetLimit"), fake->Symbol("cuCtxGetLimit"));
   EXPECT_EQ(SlotOf("cuCtxSetCurrent"), nullptr) << "a 3.2 driver stops before the 4.0 group";
@@ -196,9 +219,9 @@ TEST(CUDADriverBinder, A32DriverFailsApi4000AtCtxDestroyV2AndBindsTheLegacyApi) 
 
 TEST(CUDADriverBinder, A40DriverWithoutLaunchKernelFailsBothBinds) {
   auto fake = UseDriver(FAKECUDA_NO_LAUNCH_KERNEL_PATH);
-  testing::internal::CaptureStdout();
-  EXPECT_FALSE(LM::IsCUDADriverAvailable());
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  const BindOutcome outcome = IsAvailable();
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.output,
             MissingMessage("cuLaunchKernel", *fake) + MissingMessage("cuLaunchKernel", *fake));
 }
 

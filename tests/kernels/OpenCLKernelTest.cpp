@@ -2,7 +2,6 @@
 // kernel declared for it, with the parameter names and types of its list; and the OpenCL-only
 // buffer-to-image kernel follows the image's layout. The pixels of the operations and of the dialect are
 // checked on every device in tests/devices.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -20,17 +19,6 @@
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-// An entry point the library does not bind, from the runtime it loaded.
-template <class Function>
-Function* RuntimeEntry(const char* name) {
-  void* runtime = dlopen("libOpenCL.so.1", RTLD_NOW | RTLD_NOLOAD);
-  return reinterpret_cast<Function*>(dlsym(runtime, name));
-}
-
-void ReleaseKernel(cl_kernel kernel) {
-  RuntimeEntry<decltype(clReleaseKernel)>("clReleaseKernel")(kernel);
-}
 
 std::string ModuleText(const std::string& module) {
   std::string text;
@@ -51,7 +39,7 @@ struct Program {
 
 // The text of an argument's property.
 std::string ArgumentInfo(cl_kernel kernel, cl_uint index, cl_kernel_arg_info what) {
-  const auto getInfo = RuntimeEntry<decltype(clGetKernelArgInfo)>("clGetKernelArgInfo");
+  const auto getInfo = RuntimeEntryPoint<decltype(clGetKernelArgInfo)>("clGetKernelArgInfo");
   char text[256] = {};
   return getInfo(kernel, index, what, sizeof text - 1, text, nullptr) == CL_SUCCESS ? text : "?";
 }
@@ -62,7 +50,8 @@ template <class... Arguments>
 cl_int Launch(const OpenCLTestContext& cl, const Program& program, const char* name, int width, int height,
               const Arguments&... arguments) {
   cl_int status = CL_SUCCESS;
-  const cl_kernel kernel = clCreateKernel(program.program, name, &status);
+  const OwnedKernel owned(clCreateKernel(program.program, name, &status));
+  const cl_kernel kernel = owned.get();
   cl_uint index = 0;
   ((status = status != CL_SUCCESS ? status : clSetKernelArg(kernel, index++, sizeof(Arguments), &arguments)),
    ...);
@@ -71,7 +60,6 @@ cl_int Launch(const OpenCLTestContext& cl, const Program& program, const char* n
   if (status == CL_SUCCESS)
     status = clEnqueueNDRangeKernel(cl.queue, kernel, 2, nullptr, global, local, 0, nullptr, nullptr);
   if (status == CL_SUCCESS) status = clFinish(cl.queue);
-  if (kernel != nullptr) ReleaseKernel(kernel);
   return status;
 }
 
@@ -124,11 +112,12 @@ TEST(KernelModules, OpenCLTextsOfferEveryDeclaredKernelWithItsListsParameters) {
         << module;
     for (const LM::KernelSignature& kernel : kernels) {
       if (module != kernel.module) continue;
-      const cl_kernel made = clCreateKernel(program, kernel.name, &error);
+      const OwnedKernel owned(clCreateKernel(program, kernel.name, &error));
+      const cl_kernel made = owned.get();
       ASSERT_EQ(error, CL_SUCCESS) << kernel.name;
       cl_uint count = 0;
-      RuntimeEntry<decltype(clGetKernelInfo)>("clGetKernelInfo")(made, CL_KERNEL_NUM_ARGS, sizeof count,
-                                                                 &count, nullptr);
+      RuntimeEntryPoint<decltype(clGetKernelInfo)>("clGetKernelInfo")(made, CL_KERNEL_NUM_ARGS, sizeof count,
+                                                                      &count, nullptr);
       EXPECT_EQ(count, kernel.count) << kernel.name;
       for (cl_uint i = 0; i < count && i < kernel.count; ++i) {
         EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_NAME), kernel.parameters[i].name)
@@ -136,7 +125,6 @@ TEST(KernelModules, OpenCLTextsOfferEveryDeclaredKernelWithItsListsParameters) {
         EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_TYPE_NAME), kernel.parameters[i].openCLType)
             << kernel.name << " " << kernel.parameters[i].name;
       }
-      ReleaseKernel(made);
     }
     clReleaseProgram(program);
   }

@@ -13,11 +13,13 @@
 #include "Lumora/Device.h"
 #include "Lumora/DeviceSuite.h"
 #include "Lumora/EventPoll.h"
+#include "Lumora/ImageOperations.h"
 #include "Lumora/Lifecycle.h"
 #include "Lumora/OpenCLModuleLoader.h"
 #include "Lumora/Results.h"
 #include "Lumora/Runtime.h"
-#include "Runtime/OpenCLEntryPoints.h"
+#include "Lumora/Textures.h"
+#include "OpenCLTestContext.h"
 
 namespace {
 
@@ -31,9 +33,7 @@ class OpenCLStartUp : public testing::Test {
     zelcore::debug::DebugDatabase::Instance().Set("LM.EnableOpenCL", "1");
     zelcore::debug::DebugDatabase::Instance().Set("LM.OpenCLIncludeCPUDevices", "1");
     LM::CUDADriverLibraryName = "/nonexistent/libcuda.so.1";  // no CUDA here, whatever the machine has
-    testing::internal::CaptureStdout();
     LM::Initialize(true);
-    testing::internal::GetCapturedStdout();
     if (LM::GetDeviceCount() == 0) GTEST_SKIP() << "no OpenCL device";
     device_ = LM::GetPrimaryDevice(LM::kDeviceFramework_OpenCL);
   }
@@ -52,12 +52,13 @@ TEST_F(OpenCLStartUp, ARegisteredProgramIsFoundAsAModuleAndItsKernelsRun) {
       static_cast<cl_program>(device_->FindModule("..\\..\\Src\\ImageProcessing\\StartUpProbe"));
   ASSERT_NE(program, nullptr);
   cl_int error = CL_SUCCESS;
-  cl_kernel kernel = clCreateKernel(program, "Probe", &error);
+  const OwnedKernel kernel(clCreateKernel(program, "Probe", &error));
   ASSERT_EQ(error, CL_SUCCESS);
   void* buffer = device_->GetDeviceMemory()->Allocate(256 * sizeof(int), nullptr);
   cl_mem memory = static_cast<cl_mem>(buffer);
-  ASSERT_EQ(clSetKernelArg(kernel, 0, sizeof memory, &memory), CL_SUCCESS);
-  ASSERT_EQ(device_->GetCommandQueue()->LaunchKernel(kernel, 16, 1, 16, 1, nullptr), LM::kResultSuccess);
+  ASSERT_EQ(clSetKernelArg(kernel.get(), 0, sizeof memory, &memory), CL_SUCCESS);
+  ASSERT_EQ(device_->GetCommandQueue()->LaunchKernel(kernel.get(), 16, 1, 16, 1, nullptr),
+            LM::kResultSuccess);
   int result[256] = {};
   ASSERT_EQ(device_->GetCommandQueue()->CopyDeviceToHost(buffer, result, sizeof result, nullptr, true),
             LM::kResultSuccess);
@@ -110,6 +111,27 @@ TEST_F(OpenCLStartUp, TheDeviceSuiteWorksThroughTheHostsRegistry) {
     EXPECT_EQ(std::get<3>(pool)(0, &statistics), LM_SUITE_OK);
     EXPECT_EQ(statistics.totalBytes, 0u);
   }
+}
+
+// An empty or negative extent is refused (kResultFailed) by the texture upload, unlike the operations, for
+// which nothing to do is success: no image of such a size exists to fill.
+TEST_F(OpenCLStartUp, TextureUploadsRefuseSizesThatAreNotPositive) {
+  ASSERT_TRUE(device_ && device_->WaitForContext());
+  const LM::ExclusiveAccess access(*device_);
+  const LM::PixelFormat format = LM::kPixelFormat_GPU_BGRA_4444_32f;
+  void* buffer = device_->GetDeviceMemory()->Allocate(16 * 4 * 4, nullptr);
+  ASSERT_NE(buffer, nullptr);
+  LM::Texture texture;
+  ASSERT_EQ(LM::BindTexture(device_, texture, buffer, buffer, 64, 4, 4, format), LM::kResultSuccess);
+  for (const auto& [width, height] : {std::make_pair(0, 4), std::make_pair(4, 0), std::make_pair(-4, 4)}) {
+    LM::Texture other;
+    EXPECT_EQ(LM::BindTexture(device_, other, buffer, buffer, 64, width, height, format), LM::kResultFailed)
+        << width << " x " << height;
+    EXPECT_EQ(LM::CopyBufferToImage(device_, buffer, 0, 64, texture.image, format, width, height),
+              LM::kResultFailed)
+        << width << " x " << height;
+  }
+  device_->GetDeviceMemory()->Release(buffer, device_->GetCommandQueue()->RecordEvent());
 }
 
 TEST_F(OpenCLStartUp, AnEventPollFiresAfterARealMarkerCompletes) {

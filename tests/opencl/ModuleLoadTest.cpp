@@ -1,6 +1,5 @@
 // Registered OpenCL programs on the real runtime: a good text gives a program with its kernel, a bad one
 // gives null and leaves nothing behind, and a loader constructed later reaches lookups once rebuilt.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -13,13 +12,6 @@
 
 namespace {
 
-// An entry point the library does not bind, from the runtime it loaded.
-template <class Function>
-Function RuntimeEntryPoint(const char* name) {
-  void* runtime = dlopen("libOpenCL.so.1", RTLD_NOW | RTLD_NOLOAD);
-  return reinterpret_cast<Function>(runtime != nullptr ? dlsym(runtime, name) : nullptr);
-}
-
 // Loads module `name` and tells whether it offers `kernelName`; the program is released again.
 bool LoadsWithKernel(const OpenCLTestContext& cl, const char* name, const char* kernelName) {
   std::string text;
@@ -27,8 +19,7 @@ bool LoadsWithKernel(const OpenCLTestContext& cl, const char* name, const char* 
   const cl_program program = LM::OpenCLBackend::BuildProgram(cl.context, cl.device, text);
   if (program == nullptr) return false;
   cl_int error = CL_SUCCESS;
-  cl_kernel kernel = clCreateKernel(program, kernelName, &error);
-  if (kernel != nullptr) RuntimeEntryPoint<decltype(&clReleaseKernel)>("clReleaseKernel")(kernel);
+  ReleaseKernel(clCreateKernel(program, kernelName, &error));
   clReleaseProgram(program);
   return error == CL_SUCCESS;
 }
@@ -36,8 +27,8 @@ bool LoadsWithKernel(const OpenCLTestContext& cl, const char* name, const char* 
 // Every program holds a reference on its context, so a leaked program shows here.
 cl_uint ContextReferences(cl_context context) {
   cl_uint count = 0;
-  RuntimeEntryPoint<decltype(&clGetContextInfo)>("clGetContextInfo")(context, CL_CONTEXT_REFERENCE_COUNT,
-                                                                     sizeof count, &count, nullptr);
+  RuntimeEntryPoint<decltype(clGetContextInfo)>("clGetContextInfo")(context, CL_CONTEXT_REFERENCE_COUNT,
+                                                                    sizeof count, &count, nullptr);
   return count;
 }
 

@@ -28,6 +28,7 @@ struct IndexKernel {
     EXPECT_EQ(error, CL_SUCCESS);
   }
   ~IndexKernel() {
+    ReleaseKernel(kernel);
     if (program != nullptr) clReleaseProgram(program);
   }
 };

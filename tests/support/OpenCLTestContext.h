@@ -2,11 +2,32 @@
 // the OpenCL path. Tests that construct it skip when no OpenCL device exists.
 #pragma once
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
+#include <type_traits>
 
 #include "Runtime/OpenCLEntryPoints.h"
+
+// An entry point that the library does not bind, from the OpenCL runtime it loaded (null before its first
+// OpenCL call).
+template <class Function>
+Function* RuntimeEntryPoint(const char* name) {
+  void* runtime = dlopen("libOpenCL.so.1", RTLD_NOW | RTLD_NOLOAD);
+  return reinterpret_cast<Function*>(runtime != nullptr ? dlsym(runtime, name) : nullptr);
+}
+
+// A kernel holds its program and the runtime's compiled binaries: one that a test leaves behind is a leak
+// that LeakSanitizer reports, and that a suppression would have to hide.
+inline void ReleaseKernel(cl_kernel kernel) {
+  if (kernel != nullptr) RuntimeEntryPoint<decltype(clReleaseKernel)>("clReleaseKernel")(kernel);
+}
+struct KernelRelease {
+  void operator()(cl_kernel kernel) const { ReleaseKernel(kernel); }
+};
+using OwnedKernel = std::unique_ptr<std::remove_pointer_t<cl_kernel>, KernelRelease>;
 
 struct OpenCLTestContext {
   cl_platform_id platform = nullptr;

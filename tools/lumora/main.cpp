@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -17,11 +18,16 @@ const char kUsage[] =
     "                       name, compute capability, driver version, memory, and whether each qualifies\n"
     "                       for use, or the first test it fails), and stop it. OpenCL devices, CPU devices\n"
     "                       included, are listed unless LUMORA_DEBUG sets LM.EnableOpenCL or\n"
-    "                       LM.OpenCLIncludeCPUDevices itself.\n"
+    "                       LM.OpenCLIncludeCPUDevices itself. With LM.DisableAcceleratedRenderer and\n"
+    "                       LM.DisableAcceleratedDisplay both set it says that the GPU is disabled.\n"
     "\n"
     "Options:\n"
-    "  --cuda-driver PATH   Bind the CUDA driver from PATH instead of libcuda.so.1.\n"
+    "  --cuda-driver PATH   Bind the CUDA driver from PATH instead of libcuda.so.1; when it cannot be\n"
+    "                       bound, say why and exit with status 1.\n"
     "  -h, --help           Show this help.\n"
+    "\n"
+    "Exit status: 0 on success, 1 when the CUDA driver given with --cuda-driver cannot be bound, 2 for a\n"
+    "command line that is not understood (the usage then goes to standard error).\n"
     "\n"
     "Run-time switches are entries of the debug database, set through the environment variable\n"
     "LUMORA_DEBUG as \"key=value;key=value\" (see docs/configuration.md). For example, to list CUDA\n"
@@ -33,7 +39,8 @@ const char* BindResultText(int result) {
     case 0:
       return "bound";
     case 999:
-      return "not available (the driver library or one of its entry points is missing; see above)";
+      return "not available (the driver library or one of its entry points is missing; the reason is on "
+             "standard error)";
     default:
       return "not usable (the driver failed to initialise)";
   }
@@ -58,22 +65,45 @@ const char* VendorName(LM::Vendor vendor) {
   }
 }
 
+// A switch read as the library reads it: a number (1 true, 0 false), or true/false; anything else is false.
 bool SwitchIsOn(const char* key) {
-  std::string value;
-  return zelcore::debug::DebugDatabase::Instance().Lookup(key, value) && (value == "1" || value == "true");
+  std::string text;
+  if (!zelcore::debug::DebugDatabase::Instance().Lookup(key, text)) return false;
+  bool value = false;
+  std::istringstream numeric(text);
+  if (numeric >> value) return value;
+  std::istringstream word(text);
+  return static_cast<bool>(word >> std::boolalpha >> value) && value;
 }
 
-int ListDevices() {
+// `cudaDriver` is the file given with --cuda-driver, or null. Returns the program's exit status.
+int ListDevices(const char* cudaDriver) {
+  // With both switches the library binds no runtime and registers no device; an empty list would not say
+  // why.
+  if (SwitchIsOn("LM.DisableAcceleratedRenderer") && SwitchIsOn("LM.DisableAcceleratedDisplay")) {
+    std::printf(
+        "The GPU is disabled: LUMORA_DEBUG sets LM.DisableAcceleratedRenderer and "
+        "LM.DisableAcceleratedDisplay, so no runtime is bound and no device is registered.\n");
+    return 0;
+  }
   // The command line lists OpenCL devices, CPU ones included, unless told otherwise: that is how Lumora
   // runs on a machine without a GPU.
   zelcore::debug::DebugDatabase::Instance().SetDefault("LM.EnableOpenCL", "1");
   zelcore::debug::DebugDatabase::Instance().SetDefault("LM.OpenCLIncludeCPUDevices", "1");
   LM::Initialize(true);
+  const int bindResult = LM::GetCUDADriverBindResult();
+  // A driver named on the command line that cannot be used is an error, not a machine without CUDA. The
+  // binder has already said why on standard error (the loader's message, or the missing entry point).
+  if (cudaDriver != nullptr && bindResult != 0) {
+    std::fprintf(stderr, "lumora: the CUDA driver %s is %s\n", cudaDriver, BindResultText(bindResult));
+    LM::Terminate();
+    return 1;
+  }
   const unsigned int count = LM::GetDeviceCount();
-  std::printf("CUDA driver: %s\n", BindResultText(LM::GetCUDADriverBindResult()));
+  std::printf("CUDA driver: %s\n", BindResultText(bindResult));
   if (count == 0) {
     std::printf("No compute device found.\n");
-    if (LM::GetCUDADriverBindResult() == 0) {
+    if (bindResult == 0) {
       std::printf("  CUDA: the driver is bound, but it reports no usable CUDA device.\n");
     } else {
       std::printf("  CUDA: no usable CUDA driver was found.\n");
@@ -113,6 +143,7 @@ int ListDevices() {
 
 int main(int argc, char** argv) {
   std::string command;
+  const char* cudaDriver = nullptr;
   for (int i = 1; i < argc; ++i) {
     const char* argument = argv[i];
     if (std::strcmp(argument, "-h") == 0 || std::strcmp(argument, "--help") == 0) {
@@ -120,11 +151,14 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (std::strcmp(argument, "--cuda-driver") == 0) {
-      if (i + 1 >= argc) {
+      // An option in the place of the path is a forgotten path ("--cuda-driver --help"); a file whose
+      // name starts with '-' can still be given as ./-name.
+      if (i + 1 >= argc || argv[i + 1][0] == '-' || argv[i + 1][0] == '\0') {
         std::fprintf(stderr, "lumora: --cuda-driver needs a path\n\n%s", kUsage);
         return 2;
       }
-      LM::CUDADriverLibraryName = argv[++i];
+      cudaDriver = argv[++i];
+      LM::CUDADriverLibraryName = cudaDriver;
     } else if (argument[0] == '-') {
       std::fprintf(stderr, "lumora: unknown option %s\n\n%s", argument, kUsage);
       return 2;
@@ -135,9 +169,10 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  if (command == "devices") return ListDevices();
+  if (command == "devices") return ListDevices(cudaDriver);
   if (command.empty()) {
-    std::fputs(kUsage, stdout);
+    // Not what was asked for, so not the program's output: the usage goes with the other complaints.
+    std::fputs(kUsage, stderr);
     return 2;
   }
   std::fprintf(stderr, "lumora: unknown command %s\n\n%s", command.c_str(), kUsage);

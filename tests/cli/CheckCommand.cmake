@@ -1,0 +1,27 @@
+# Runs a program as a user would and checks all it gives back: its exit status, and its standard output
+# and standard error against regular expressions. ctest's own PASS_REGULAR_EXPRESSION ignores the exit
+# status, and a program that prints the right text and then fails must not pass.
+#
+#   cmake -DPROGRAM=<file> -DARGS=<list> -DEXIT=<status> [-DSTDOUT=<regex>] [-DSTDERR=<regex>]
+#         [-DDEBUG=<LUMORA_DEBUG text>] -P CheckCommand.cmake
+#
+# LUMORA_DEBUG is set here rather than by ctest, whose environment lists cannot hold its semicolons.
+if(NOT DEBUG STREQUAL "")
+  set(ENV{LUMORA_DEBUG} "${DEBUG}")
+endif()
+execute_process(COMMAND ${PROGRAM} ${ARGS}
+                RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+message("exit status: ${status}\n--- standard output:\n${output}--- standard error:\n${errors}---")
+set(problems "")
+if(NOT status STREQUAL EXIT)
+  string(APPEND problems "the exit status is ${status}, not ${EXIT}\n")
+endif()
+if(NOT STDOUT STREQUAL "" AND NOT output MATCHES "${STDOUT}")
+  string(APPEND problems "standard output does not match: ${STDOUT}\n")
+endif()
+if(NOT STDERR STREQUAL "" AND NOT errors MATCHES "${STDERR}")
+  string(APPEND problems "standard error does not match: ${STDERR}\n")
+endif()
+if(problems)
+  message(FATAL_ERROR "${problems}")
+endif()
