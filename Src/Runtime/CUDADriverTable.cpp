@@ -67,13 +67,9 @@ class Binder {
   }
 
  private:
-  // A later start-up binds the same driver again while other threads may be calling through the table
-  // (a device shutting down on a worker thread, say): a slot that already holds the address is left
-  // untouched, so binding the same library again writes nothing.
   template <class Slot>
   static void Store(Slot& slot, void* symbol) {
-    const Slot value = reinterpret_cast<Slot>(symbol);
-    if (slot != value) slot = value;
+    slot = reinterpret_cast<Slot>(symbol);
   }
 
   void* library_;
@@ -98,6 +94,29 @@ namespace {
 
 std::atomic<int> lastBindResult{CUDA_ERROR_UNKNOWN};
 
+// The slots are bound into a copy of the table and copied back at the end, slot by slot and only where the
+// value changed. A later start-up binds the same driver again while other threads may be calling through
+// the table (a device shutting down on a worker thread, say); a slot that a plain name fills first and its
+// _v2 name then overwrites would otherwise change twice under them.
+class TableUpdate {
+ public:
+  TableUpdate() : table_(CUDA) {}
+  ~TableUpdate() {
+#define LM_CUDA_COPY_CHANGED_SLOT(name, versions, params, args) \
+  if (CUDA.name != table_.name) CUDA.name = table_.name;
+    LM_CUDA_DRIVER_ENTRY_POINTS(LM_CUDA_COPY_CHANGED_SLOT)
+#undef LM_CUDA_COPY_CHANGED_SLOT
+  }
+  TableUpdate(const TableUpdate&) = delete;
+  TableUpdate& operator=(const TableUpdate&) = delete;
+  CUDADriverTable& Table() {
+    return table_;
+  }
+
+ private:
+  CUDADriverTable table_;
+};
+
 // Binding order and groups are fixed: the _v2 choice of the pointer-width group and of the two _v2
 // alternatives in the driver groups follows the caller's apiVersion, while the optional groups follow the
 // installed driver's version. So BindCUDADriver(0, 0) on a 4.0 driver still requires the 4.0 names but
@@ -107,19 +126,21 @@ int Bind(unsigned int flags, int apiVersion) {
   void* library = nullptr;
   if (LoadCUDADriverLibrary(&library) != CUDA_SUCCESS) return CUDA_ERROR_UNKNOWN;
   Binder binder(library);
+  TableUpdate update;
+  CUDADriverTable& table = update.Table();
 
 #define LM_BIND(slot) \
-  if (!binder.Bind(CUDA.slot, #slot)) return CUDA_ERROR_UNKNOWN;
+  if (!binder.Bind(table.slot, #slot)) return CUDA_ERROR_UNKNOWN;
 #define LM_BIND_V2(slot) \
-  if (!binder.Bind(CUDA.slot, #slot "_v2")) return CUDA_ERROR_UNKNOWN;
+  if (!binder.Bind(table.slot, #slot "_v2")) return CUDA_ERROR_UNKNOWN;
 
   LM_BIND(cuInit)
-  CUresult result = CUDA.cuInit(flags);
+  CUresult result = table.cuInit(flags);
   if (result != CUDA_SUCCESS) return result;
 
   // The only optional name: without it the driver counts as version 1.0.
-  if (binder.BindOptional(CUDA.cuDriverGetVersion, "cuDriverGetVersion")) {
-    result = CUDA.cuDriverGetVersion(&driverVersion);
+  if (binder.BindOptional(table.cuDriverGetVersion, "cuDriverGetVersion")) {
+    result = table.cuDriverGetVersion(&driverVersion);
     if (result != CUDA_SUCCESS) return result;
   }
 
