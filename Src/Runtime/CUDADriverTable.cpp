@@ -1,11 +1,9 @@
 #include "Runtime/CUDADriverTable.h"
 
-#include <zelcore/Trace.h>
-
-#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 #include <string>
 
 #include "Platform/DynamicLibrary.h"
@@ -24,22 +22,22 @@ const char* CUDADriverLibraryName = "libcuda.so.1";
 
 namespace {
 
-// The binder's messages go to the host's log: the host's trace sink, or standard error when it has none.
-// Standard output is the host's own (a command-line host prints its results there).
+// The binder's messages are printed on standard output, as hosts of this library have always read them,
+// and flushed at once so that they keep their place among the host's own lines.
 #if defined(__GNUC__)
 __attribute__((format(printf, 1, 2)))
 #endif
 void ReportBindFailure(const char* format, ...) {
-  char line[1024];
   va_list arguments;
   va_start(arguments, format);
-  const int length = std::vsnprintf(line, sizeof line, format, arguments);
+  std::vprintf(format, arguments);
   va_end(arguments);
-  if (length < 0) return;
-  std::string text(line, std::min(static_cast<std::size_t>(length), sizeof line - 1));
-  text += '\n';
-  zelcore::trace::WriteTrace(text);
+  std::fflush(stdout);
 }
+
+// The loader's reason for the last failed load of the driver library.
+std::mutex loadFailureMutex;
+std::string loadFailure;
 
 // Looks names up in one loaded driver library and stores them in their slots. A missing required name is
 // reported; the caller stops binding at the first one.
@@ -51,7 +49,7 @@ class Binder {
   bool Bind(Slot& slot, const char* name) {
     void* symbol = FindLibrarySymbol(library_, name);
     if (symbol == nullptr) {
-      ReportBindFailure("Failed to find required function \"%s\" in " LM_LIBRARY_NAME_FORMAT, name,
+      ReportBindFailure("Failed to find required function \"%s\" in " LM_LIBRARY_NAME_FORMAT "\n", name,
                         CUDADriverLibraryName);
       return false;
     }
@@ -81,13 +79,20 @@ int LoadCUDADriverLibrary(void** module) {
   std::string why;
   void* library = LoadDynamicLibrary(CUDADriverLibraryName, &why);
   if (module != nullptr) *module = library;
+  {
+    const std::lock_guard<std::mutex> lock(loadFailureMutex);
+    loadFailure = library == nullptr ? why : std::string();
+  }
   if (library == nullptr) {
-    // The loader's reason tells a missing file from a broken one or a missing dependency.
-    ReportBindFailure("LoadLibrary \"" LM_LIBRARY_NAME_FORMAT "\" failed! (%s)", CUDADriverLibraryName,
-                      why.c_str());
+    ReportBindFailure("LoadLibrary \"" LM_LIBRARY_NAME_FORMAT "\" failed!\n", CUDADriverLibraryName);
     return CUDA_ERROR_UNKNOWN;
   }
   return CUDA_SUCCESS;
+}
+
+std::string GetCUDADriverLoadFailure() {
+  const std::lock_guard<std::mutex> lock(loadFailureMutex);
+  return loadFailure;
 }
 
 namespace {

@@ -62,14 +62,14 @@ extern CUDADriverTable CUDA;
   X(cuLaunchKernel)
 // clang-format on
 
-// Loads the driver library and stores its handle through `module`; 0 on success, else writes
-// "LoadLibrary "<name>" failed! (<the loader's reason>)" to the host's log (its trace sink, or standard
-// error) and returns 999. Binds nothing.
+// Loads the driver library and stores its handle through `module`; 0 on success, else prints
+// "LoadLibrary "<name>" failed!" on standard output (the loader's reason is kept for
+// GetCUDADriverLoadFailure) and returns 999. Binds nothing.
 int LoadCUDADriverLibrary(void** module);
 
 // Binds every entry point needed for `apiVersion` (1000 × major + 10 × minor) and the installed driver's
 // version, calling cuInit(flags) on the way. 0 when all required names are bound; 999 when the library or a
-// required name is missing (with a message in the host's log); the driver's own result when cuInit or
+// required name is missing (with a message on standard output); the driver's own result when cuInit or
 // cuDriverGetVersion fails.
 int BindCUDADriver(unsigned int flags, int apiVersion);
 

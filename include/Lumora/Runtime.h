@@ -2,6 +2,8 @@
 // host can point Lumora at another driver file before start-up and ask whether a driver is usable.
 #pragma once
 
+#include <string>
+
 #include "Lumora/Export.h"
 
 namespace LM {
@@ -22,10 +24,14 @@ LM_API extern const wchar_t* OpenCLLibraryName;
 LM_API extern const char* OpenCLLibraryName;
 #endif
 
-// True when the CUDA driver can be bound: for API 4.0, or failing that for the legacy API. When the library
-// cannot be loaded (with the loader's reason) or an entry point is missing, binding says so in the host's
-// log: the host's trace sink, or standard error. Nothing is written to standard output.
+// True when the CUDA driver can be bound: for API 4.0, or failing that for the legacy API. Binding prints
+// the binder's message on standard output when the library or an entry point is missing.
 LM_API bool IsCUDADriverAvailable();
+
+// The loader's reason (dlerror, or the system's message on Windows) for the last failed load of the CUDA
+// driver library; empty when the last load succeeded or none was tried. Tells a missing file from a broken
+// one or a missing dependency.
+LM_API std::string GetCUDADriverLoadFailure();
 
 // The result of the last binding of the CUDA driver in this process (by start-up or by
 // IsCUDADriverAvailable): 0 when the driver is bound, 999 when its library or an entry point is missing

@@ -60,9 +60,11 @@ const std::vector<DeviceUnderTest>& DevicesUnderTest() {
   static const std::vector<DeviceUnderTest> devices = [] {
     zelcore::debug::DebugDatabase::Instance().SetDefault("LM.EnableOpenCL", "1");
     zelcore::debug::DebugDatabase::Instance().SetDefault("LM.OpenCLIncludeCPUDevices", "1");
-    // Start-up runs before the tests are listed: a message on standard output (a missing CUDA driver, say)
-    // would garble the list that the build reads. The library writes its messages to the host's log.
+    // Start-up reports a missing CUDA driver on standard output, where it would garble the test list that
+    // the build reads; `lumora devices` is where a user sees it.
+    testing::internal::CaptureStdout();
     LM::Initialize(true);
+    testing::internal::GetCapturedStdout();
     started = true;
     std::vector<DeviceUnderTest> found;
     for (unsigned int index = 0; index < LM::GetDeviceCount(); ++index) {

@@ -33,7 +33,9 @@ class OpenCLStartUp : public testing::Test {
     zelcore::debug::DebugDatabase::Instance().Set("LM.EnableOpenCL", "1");
     zelcore::debug::DebugDatabase::Instance().Set("LM.OpenCLIncludeCPUDevices", "1");
     LM::CUDADriverLibraryName = "/nonexistent/libcuda.so.1";  // no CUDA here, whatever the machine has
+    testing::internal::CaptureStdout();
     LM::Initialize(true);
+    testing::internal::GetCapturedStdout();
     if (LM::GetDeviceCount() == 0) GTEST_SKIP() << "no OpenCL device";
     device_ = LM::GetPrimaryDevice(LM::kDeviceFramework_OpenCL);
   }

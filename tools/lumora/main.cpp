@@ -39,8 +39,7 @@ const char* BindResultText(int result) {
     case 0:
       return "bound";
     case 999:
-      return "not available (the driver library or one of its entry points is missing; the reason is on "
-             "standard error)";
+      return "not available (the driver library or one of its entry points is missing)";
     default:
       return "not usable (the driver failed to initialise)";
   }
@@ -92,15 +91,19 @@ int ListDevices(const char* cudaDriver) {
   zelcore::debug::DebugDatabase::Instance().SetDefault("LM.OpenCLIncludeCPUDevices", "1");
   LM::Initialize(true);
   const int bindResult = LM::GetCUDADriverBindResult();
-  // A driver named on the command line that cannot be used is an error, not a machine without CUDA. The
-  // binder has already said why on standard error (the loader's message, or the missing entry point).
+  // The loader's own words tell a missing file from a broken one or a missing dependency; a missing entry
+  // point is named in the binder's line above.
+  const std::string loadFailure = LM::GetCUDADriverLoadFailure();
+  const std::string state = bindResult == 999 && !loadFailure.empty() ? "not available: " + loadFailure
+                                                                      : BindResultText(bindResult);
+  // A driver named on the command line that cannot be used is an error, not a machine without CUDA.
   if (cudaDriver != nullptr && bindResult != 0) {
-    std::fprintf(stderr, "lumora: the CUDA driver %s is %s\n", cudaDriver, BindResultText(bindResult));
+    std::fprintf(stderr, "lumora: the CUDA driver %s is %s\n", cudaDriver, state.c_str());
     LM::Terminate();
     return 1;
   }
   const unsigned int count = LM::GetDeviceCount();
-  std::printf("CUDA driver: %s\n", BindResultText(bindResult));
+  std::printf("CUDA driver: %s\n", state.c_str());
   if (count == 0) {
     std::printf("No compute device found.\n");
     if (bindResult == 0) {
