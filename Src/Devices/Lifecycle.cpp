@@ -12,6 +12,7 @@
 #include "Devices/CUDABackend.h"
 #include "Devices/Configuration.h"
 #include "Devices/DeviceSuite.h"
+#include "Devices/EventPolling.h"
 #include "Devices/OpenCLBackend.h"
 #include "Lumora/Device.h"
 #include "Lumora/PixelFormats.h"
@@ -83,42 +84,58 @@ void StartDevices(const std::vector<boost::shared_ptr<Device>>& registry) {
 
 }  // namespace
 
+// Nothing is thrown across the library boundary: a failure part-way leaves what was done so far (devices
+// already registered stay registered), and the host learns the outcome from the device queries.
 void Initialize(bool startDevices) {
-  Library& library = TheLibrary();
-  OXR::CriticalSectionLock guard(library.lock, "LM::Initialize");
-  if (++library.initializeCount == 1) {
-    if (AccelerationDisabled()) return;
-    for (const PixelFormat& format : kGPUPixelFormats) {
-      zelmediatypes::RegisterCustomPixelFormatProperties(format.code, format.properties);
+  try {
+    Library& library = TheLibrary();
+    OXR::CriticalSectionLock guard(library.lock, "LM::Initialize");
+    if (++library.initializeCount == 1) {
+      if (AccelerationDisabled()) return;
+      for (const PixelFormat& format : kGPUPixelFormats) {
+        zelmediatypes::RegisterCustomPixelFormatProperties(format.code, format.properties);
+      }
+      if (BindCUDADriver(0, 4000) == CUDA_SUCCESS || BindCUDADriver(0, 0) == CUDA_SUCCESS) {
+        EnumerateCUDADevices(library.registry);
+      }
+      if (IsOpenCLEnabled()) EnumerateOpenCLDevices(library.registry);
     }
-    if (BindCUDADriver(0, 4000) == CUDA_SUCCESS || BindCUDADriver(0, 0) == CUDA_SUCCESS) {
-      EnumerateCUDADevices(library.registry);
-    }
-    if (IsOpenCLEnabled()) EnumerateOpenCLDevices(library.registry);
+    if (library.started || !startDevices) return;
+    RegisterDeviceSuite();
+    StartDevices(library.registry);
+    library.started = true;
+  } catch (...) {
   }
-  if (library.started || !startDevices) return;
-  RegisterDeviceSuite();
-  StartDevices(library.registry);
-  library.started = true;
 }
 
+// Polls still pending are taken out of their lists while each device still has its context (its work is
+// finished by then, so their events have completed unless the device failed); their callbacks, host code
+// that may call back into the library, run or are released only after the library lock is let go.
 void Terminate() {
-  Library& library = TheLibrary();
-  OXR::CriticalSectionLock guard(library.lock, "LM::Terminate");
-  if (library.initializeCount == 0) return;  // unmatched: nothing to undo
-  if (library.initializeCount != 1) {
-    --library.initializeCount;
-    return;
-  }
-  if (library.started) {
-    for (const boost::shared_ptr<Device>& device : library.registry) {
-      device->WaitForContext();
-      device->ShutDown(true);
+  std::vector<EventPollLeftovers> leftovers;
+  try {
+    Library& library = TheLibrary();
+    OXR::CriticalSectionLock guard(library.lock, "LM::Terminate");
+    if (library.initializeCount == 0) return;  // unmatched: nothing to undo
+    if (library.initializeCount != 1) {
+      --library.initializeCount;
+      return;
     }
+    leftovers.resize(library.registry.size());
+    for (std::size_t i = 0; i < library.registry.size(); ++i) {
+      Device& device = *library.registry[i];
+      if (library.started) {
+        device.WaitForContext();
+        device.ShutDown(true);
+      }
+      TakeEventPolls(device, leftovers[i]);
+    }
+    library.matchNames.clear();
+    library.registry.clear();
+    library.initializeCount = 0;
+  } catch (...) {
   }
-  library.matchNames.clear();
-  library.registry.clear();
-  library.initializeCount = 0;
+  for (EventPollLeftovers& device : leftovers) FinishEventPolls(device);
 }
 
 unsigned int GetDeviceCount() {

@@ -29,9 +29,16 @@ CUDAEvent::~CUDAEvent() {
   static_cast<void>(LM_CUDA_SUCCEEDED(result, "Event destruction failure: "));
 }
 
+// A query that fails (the work behind the event failed, or the event is gone) will not succeed later: the
+// event counts as complete, so that nobody waits for it for ever, and the failure is reported once, since a
+// completed event is never queried again.
 bool CUDAEvent::IsComplete() {
-  if (!complete_ && event_ != nullptr && CUDA.cuEventQuery(event_) == CUDA_SUCCESS) complete_ = true;
-  return complete_;
+  if (complete_ || event_ == nullptr) return complete_;
+  const CUresult result = CUDA.cuEventQuery(event_);
+  if (result == CUDA_ERROR_NOT_READY) return false;
+  complete_ = true;
+  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Event query failure: "));
+  return true;
 }
 
 void CUDAEvent::Wait() {
