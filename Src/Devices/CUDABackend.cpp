@@ -297,10 +297,11 @@ CUmodule LoadCUDAModule(const std::string& name, const std::string& image) {
   static void* values[] = {reinterpret_cast<void*>(static_cast<std::uintptr_t>(kModuleJITOptimizationLevel))};
 
   CUmodule module = nullptr;
-  // PTX is text: the driver reads up to its terminating NUL, which c_str() guarantees.
+  // PTX is text: the driver reads up to its terminating NUL, which c_str() guarantees. A driver older than
+  // 2.1 has no cuModuleLoadDataEx: it loads with its default options.
   const CUresult result = CUDA.cuModuleLoadDataEx != nullptr
                               ? CUDA.cuModuleLoadDataEx(&module, image.c_str(), 1, options, values)
-                              : static_cast<CUresult>(CUDA_ERROR_NOT_INITIALIZED);
+                              : CUDA.cuModuleLoadData(&module, image.c_str());
   if (result == CUDA_SUCCESS) return module;
   if (!moduleLoadFailuresSilenced.load()) {
     ReportFailure(LM_SITE_SILENCE_FLAG(), "result == CUDA_SUCCESS",

@@ -8,10 +8,13 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 #include "ExecutableFolder.h"
 #include "FakeDriverBinding.h"
 #include "Lumora/Device.h"
+#include "Lumora/Lifecycle.h"
+#include "Lumora/Results.h"
 
 namespace {
 
@@ -210,6 +213,40 @@ TEST_F(CUDADevice, TheLastReferenceReleasesTheContextAndWhatLivesInIt) {
   EXPECT_EQ(fake_->fakecuda_CallCount("cuCtxDestroy"), 1u);
   EXPECT_EQ(fake_->fakecuda_CallCount("cuStreamDestroy"), 3u);
   EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 0);
+}
+
+// After a transient cuInit failure, start-up binds the legacy interface, which has no cuStreamWaitEvent;
+// a driver older than 2.1 lacks cuModuleLoadDataEx as well. Nothing may call an unbound slot: the queue
+// waits on the host instead, a read-back stays on the main stream, a module loads with default options.
+TEST(LegacyDriver, AStartUpAfterATransientInitFailureCallsNoUnboundEntryPoint) {
+  ExecutableFolder folder;
+  folder.Write("PTX/Probe_NVIDIA.ptx",
+               ".version 6.4\n.target sm_75\n.address_size 64\n.visible .entry Probe()\n{\n\tret;\n}\n");
+  LM::CUDADriverLibraryName = FAKECUDA_PATH;
+  FakeCUDA fake(FAKECUDA_PATH);
+  zelcore::debug::SetAssertionOutputQuiet(true);
+  fake.fakecuda_SetFailure("cuInit", CUDA_ERROR_NOT_INITIALIZED, 0, 1);
+  LM::Initialize(true);
+  ASSERT_EQ(LM::CUDA.cuStreamWaitEvent, nullptr);
+  boost::shared_ptr<LM::Device> device = LM::GetPrimaryDevice(LM::kDeviceFramework_CUDA);
+  ASSERT_TRUE(device && device->WaitForContext());
+  {
+    const LM::ExclusiveAccess access(*device);
+    LM::CUDA.cuModuleLoadDataEx = nullptr;
+    EXPECT_NE(device->FindModule("Probe"), nullptr);
+    EXPECT_EQ(fake.fakecuda_CallCount("cuModuleLoadData"), 1u);
+
+    const boost::shared_ptr<LM::CommandQueue> queue = device->GetCommandQueue();
+    fake.fakecuda_SetEventsComplete(0);
+    const boost::shared_ptr<LM::Event> pending = queue->RecordEvent();
+    queue->WaitForEvent(pending);
+    EXPECT_TRUE(pending->IsComplete()) << "waited for on the host";
+    std::vector<unsigned char> source(64, 7), target(64, 0);
+    boost::shared_ptr<LM::Event> done;
+    EXPECT_EQ(queue->CopyDeviceToHost(source.data(), target.data(), 64, &done, false), LM::kResultSuccess);
+    EXPECT_EQ(target, source);
+  }
+  LM::Terminate();
 }
 
 }  // namespace
