@@ -244,6 +244,9 @@ void Device::ShutDown(bool fullRelease) {
     }
     for (auto& module : impl_->modules) backend.UnloadModule(module.second);
     impl_->modules.clear();
+    // Kernel caches key on the identity: a new one makes every cached kernel of the unloaded modules stale,
+    // so the next operation loads its module again instead of launching a function that no longer exists.
+    impl_->contextIdentity.store(NextContextIdentity(), std::memory_order_release);
   }
   // Released without the record refresh: the records go with the modules.
   backend.ReleaseCurrent();
