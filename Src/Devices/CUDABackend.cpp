@@ -134,13 +134,17 @@ bool CUDABackend::CreateContext(const OffscreenGLContext&, bool headless) {
   if (result != CUDA_SUCCESS) result = CUDA.cuCtxCreate(&context, kContextFlags, device_);
   if (!LM_CUDA_SUCCEEDED(result, "Context creation failure: ")) return false;
   context_ = context;
+  // Creation made the context current on this thread; the device makes it current when it needs it.
+  CUcontext popped = nullptr;
+  result = CUDA.cuCtxPopCurrent(&popped);
+  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Context pop failure: "));
   return true;
 }
 
-void CUDABackend::MakeCurrent() {
-  if (context_ == nullptr) return;
+bool CUDABackend::MakeCurrent() {
+  if (context_ == nullptr) return false;
   const CUresult result = CUDA.cuCtxPushCurrent(context_);
-  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Context push failure: "));
+  return LM_CUDA_SUCCEEDED(result, "Context push failure: ");
 }
 
 void CUDABackend::ReleaseCurrent() {

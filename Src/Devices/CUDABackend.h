@@ -33,7 +33,7 @@ class CUDABackend : public DeviceBackend {
   void* DeviceHandle() const override;
   void* ContextHandle() const override { return context_; }
   bool CreateContext(const OffscreenGLContext& openGL, bool headless) override;
-  void MakeCurrent() override;
+  bool MakeCurrent() override;
   void ReleaseCurrent() override;
   bool Finish(CommandQueue* queue) override;
   boost::shared_ptr<CommandQueue> CreateCommandQueue(bool profile) override;

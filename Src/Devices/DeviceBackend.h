@@ -69,12 +69,13 @@ class DeviceBackend {
 
   // Makes the device's context, shared with the hidden OpenGL context unless `headless` (sharing is tried
   // first and may fail; then without). On CUDA a context made before is retired (kept until the backend
-  // dies: blocks handed out from it may still be in use) and the new one is current on this thread; an
-  // OpenCL device keeps the context it has, since its pools allocate in it. False when none could be made.
+  // dies: blocks handed out from it may still be in use); an OpenCL device keeps the context it has, since
+  // its pools allocate in it. Leaves nothing current on this thread. False when none could be made.
   virtual bool CreateContext(const OffscreenGLContext& openGL, bool headless) = 0;
-  // Makes the context current on this thread (CUDA: pushes it) and undoes that; nothing without a context
-  // or on OpenCL, whose calls name their context.
-  virtual void MakeCurrent() = 0;
+  // Makes the context current on this thread (CUDA: pushes it): true when something was pushed, which the
+  // caller undoes with ReleaseCurrent, and only then (a failed push must not pop the caller's own context).
+  // Nothing is pushed without a context, nor on OpenCL, whose calls name their context.
+  virtual bool MakeCurrent() = 0;
   virtual void ReleaseCurrent() = 0;
   // Waits until all work on the device, the queue's included, has finished; false when that failed.
   virtual bool Finish(CommandQueue* queue) = 0;

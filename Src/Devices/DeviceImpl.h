@@ -28,6 +28,9 @@ struct DeviceImpl {
   unsigned int waitingThreads = 0;
   unsigned int recursion = 0;
   std::uint64_t owner = 0;
+  // Per level of the owner's recursion, innermost last: whether that acquisition pushed the context, so
+  // that its release pops only what it pushed. Touched by the owner alone.
+  std::vector<bool> pushed;
 
   boost::mutex executorMutex;
   boost::shared_ptr<zelcore::threads::AsyncExecutor> executor;

@@ -136,7 +136,9 @@ bool OpenCLBackend::CreateContext(const OffscreenGLContext& openGL, bool headles
 }
 
 bool OpenCLBackend::Finish(CommandQueue* queue) {
-  return queue != nullptr && clFinish(static_cast<cl_command_queue>(queue->GetNativeQueue())) == CL_SUCCESS;
+  if (queue == nullptr) return false;
+  const cl_int result = clFinish(static_cast<cl_command_queue>(queue->GetNativeQueue()));
+  return LM_OPENCL_SUCCEEDED(result, "Queue finish failure: ");
 }
 
 boost::shared_ptr<CommandQueue> OpenCLBackend::CreateCommandQueue(bool profile) {

@@ -39,7 +39,7 @@ class OpenCLBackend : public DeviceBackend {
   void* DeviceHandle() const override { return device_; }
   void* ContextHandle() const override { return context_; }
   bool CreateContext(const OffscreenGLContext& openGL, bool headless) override;
-  void MakeCurrent() override {}
+  bool MakeCurrent() override { return false; }
   void ReleaseCurrent() override {}
   bool Finish(CommandQueue* queue) override;
   boost::shared_ptr<CommandQueue> CreateCommandQueue(bool profile) override;

@@ -135,6 +135,47 @@ TEST_F(CUDADevice, ExclusiveAccessIsRecursiveAndBlocksOtherThreadsUntilTheOuterm
   EXPECT_EQ(fake_->fakecuda_CallCount("cuCtxPopCurrent"), 3u);
 }
 
+// A release from a thread that does not hold the device would let a third thread in while the owner works.
+TEST_F(CUDADevice, OnlyTheOwnerMayReleaseExclusiveAccess) {
+  boost::shared_ptr<LM::Device> device = Make();
+  device->InitializeContext();
+  device->AcquireExclusiveAccess();
+  const unsigned reports = zelcore::debug::AssertionReportCount();
+  std::thread([&device] { device->ReleaseExclusiveAccess(); }).join();
+  EXPECT_EQ(zelcore::debug::AssertionReportCount(), reports + 1);
+  EXPECT_NE(zelcore::debug::LastAssertionReport().find("released by a thread that does not hold it"),
+            std::string::npos);
+
+  std::atomic<bool> acquired{false};
+  std::thread third([&] {
+    const LM::ExclusiveAccess access(*device);
+    acquired = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(acquired) << "the owner still holds the device";
+  EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 1);
+  device->ReleaseExclusiveAccess();
+  third.join();
+  EXPECT_TRUE(acquired);
+}
+
+// A push that failed pushed nothing: its release must not pop the context the host had current.
+TEST_F(CUDADevice, AFailedPushIsNotFollowedByAPop) {
+  boost::shared_ptr<LM::Device> device = Make();
+  device->InitializeContext();
+  const CurrentFakeContext hostContext;
+  fake_->fakecuda_ClearCallLog();
+  fake_->fakecuda_SetFailure("cuCtxPushCurrent", CUDA_ERROR_INVALID_CONTEXT, 0, 1);
+  {
+    const LM::ExclusiveAccess outer(*device);
+    EXPECT_NE(zelcore::debug::LastAssertionReport().find("Context push failure"), std::string::npos);
+    const LM::ExclusiveAccess inner(*device);
+    EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 2) << "the host's and the inner level's";
+  }
+  EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 1) << "the host's context is still current";
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuCtxPopCurrent"), 1u);
+}
+
 TEST_F(CUDADevice, EachDeviceHasItsOwnNamedExecutor) {
   boost::shared_ptr<LM::Device> first = Make("First");
   boost::shared_ptr<LM::Device> second = Make("Second");
