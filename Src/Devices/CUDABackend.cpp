@@ -68,10 +68,24 @@ CUDATextureFormat CUDATextureFormatOf(PixelFormat format) {
 }
 
 CUDABackend::~CUDABackend() {
-  if (context_ != nullptr) retiredContexts_.push_back(context_);
-  for (CUcontext context : retiredContexts_) {
-    const CUresult result = CUDA.cuCtxDestroy(context);
-    static_cast<void>(LM_CUDA_SUCCEEDED(result, "Context destruction failure: "));
+  for (const RetiredContext& retired : retiredContexts_) DestroyContext(retired.context);
+  if (context_ != nullptr) DestroyContext(context_);
+}
+
+void CUDABackend::DestroyContext(CUcontext context) {
+  const CUresult result = CUDA.cuCtxDestroy(context);
+  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Context destruction failure: "));
+}
+
+void CUDABackend::ReleaseRetiredContexts(bool blocksOut) {
+  if (blocksOut) return;
+  for (auto retired = retiredContexts_.begin(); retired != retiredContexts_.end();) {
+    if (!retired->events.expired()) {
+      ++retired;
+      continue;
+    }
+    DestroyContext(retired->context);
+    retired = retiredContexts_.erase(retired);
   }
 }
 
@@ -122,8 +136,9 @@ void* CUDABackend::DeviceHandle() const {
 // cuGLCtxCreate shares with the OpenGL context current on this thread: the device's hidden one.
 bool CUDABackend::CreateContext(const OffscreenGLContext&, bool headless) {
   if (context_ != nullptr) {
-    retiredContexts_.push_back(context_);
+    retiredContexts_.push_back(RetiredContext{context_, events_});
     context_ = nullptr;
+    events_.reset();
   }
   CUcontext context = nullptr;
   CUresult result = CUDA_ERROR_UNKNOWN;
@@ -162,7 +177,9 @@ bool CUDABackend::Finish(CommandQueue*) {
 
 boost::shared_ptr<CommandQueue> CUDABackend::CreateCommandQueue(bool) {
   const auto queue = boost::make_shared<CUDACommandQueue>();
-  return queue->Valid() ? queue : boost::shared_ptr<CommandQueue>();
+  if (!queue->Valid()) return boost::shared_ptr<CommandQueue>();
+  events_ = queue->EventsInUse();
+  return queue;
 }
 
 boost::shared_ptr<PooledMemoryManager> CUDABackend::CreateMemoryManager(

@@ -33,6 +33,7 @@ class CUDABackend : public DeviceBackend {
   void* DeviceHandle() const override;
   void* ContextHandle() const override { return context_; }
   bool CreateContext(const OffscreenGLContext& openGL, bool headless) override;
+  void ReleaseRetiredContexts(bool blocksOut) override;
   bool MakeCurrent() override;
   void ReleaseCurrent() override;
   bool Finish(CommandQueue* queue) override;
@@ -57,10 +58,18 @@ class CUDABackend : public DeviceBackend {
  private:
   std::uint32_t Attribute(CUdevice_attribute attribute);
 
+  // A context replaced by a re-initialisation, and what may still use it: its queue's events.
+  struct RetiredContext {
+    CUcontext context;
+    boost::weak_ptr<void> events;
+  };
+  void DestroyContext(CUcontext context);
+
   CUdevice device_;
   CUcontext context_ = nullptr;
-  // Contexts replaced by a re-initialisation, destroyed with the backend.
-  std::vector<CUcontext> retiredContexts_;
+  boost::weak_ptr<void> events_;  // those of the current context's queue
+  // Destroyed once nothing uses them (ReleaseRetiredContexts), the rest with the backend.
+  std::vector<RetiredContext> retiredContexts_;
 };
 
 // The just-in-time option passed with every CUDA module, and its value: the highest optimisation level.

@@ -43,6 +43,14 @@ void AttachMemoryManager(DeviceBackend& backend, bool deviceMemory, const char* 
   }
 }
 
+// Whether a pool still holds memory it obtained, free or out with a caller: either may come from a context
+// that a re-initialisation replaced.
+bool HasBlocks(const boost::shared_ptr<MemoryManager>& manager) {
+  std::size_t liveBlocks = 0;
+  if (manager) manager->GetStatistics(nullptr, nullptr, &liveBlocks, nullptr, nullptr);
+  return liveBlocks != 0;
+}
+
 }  // namespace
 
 Device::Device(DeviceFramework framework, unsigned int frameworkIndex, unsigned int registryIndex,
@@ -292,6 +300,7 @@ void Device::InitializeContext() {
       AttachMemoryManager(backend, true, "device", frameworkIndex_, commandQueue_, deviceFigures,
                           deviceMemory_);
       AttachMemoryManager(backend, false, "host", frameworkIndex_, commandQueue_, hostFigures, hostMemory_);
+      backend.ReleaseRetiredContexts(HasBlocks(deviceMemory_) || HasBlocks(hostMemory_));
     }
   } catch (...) {
     // Out of memory part-way: the device keeps what was made so far, under a new identity below.
@@ -308,7 +317,9 @@ void Device::ShutDown(bool fullRelease) {
   } release{*this};
   DeviceBackend& backend = *impl_->backend;
   if (GetContextHandle() != nullptr) {
-    // A failed finish is reported by the backend; the shut-down goes on, since the host is leaving.
+    // A failed finish is reported by the backend; the shut-down goes on, since the host is leaving. The
+    // purges call the pools' purge callbacks (host code among them) under exclusive access, as they must:
+    // the pools are guarded by it. A callback may take the access again, since it is recursive per thread.
     static_cast<void>(backend.Finish(commandQueue_.get()));
     if (deviceMemory_) deviceMemory_->Purge(static_cast<std::size_t>(-1));
     if (hostMemory_) hostMemory_->Purge(static_cast<std::size_t>(-1));

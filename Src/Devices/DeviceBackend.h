@@ -72,6 +72,10 @@ class DeviceBackend {
   // dies: blocks handed out from it may still be in use); an OpenCL device keeps the context it has, since
   // its pools allocate in it. Leaves nothing current on this thread. False when none could be made.
   virtual bool CreateContext(const OffscreenGLContext& openGL, bool headless) = 0;
+  // Destroys the contexts that re-initialisations replaced and that nothing handed out from them uses any
+  // more: none while `blocksOut` (pool blocks are still out with callers, which may come from any of them),
+  // and none whose queue's events are still held. Nothing on OpenCL, which keeps its one context.
+  virtual void ReleaseRetiredContexts(bool blocksOut) = 0;
   // Makes the context current on this thread (CUDA: pushes it): true when something was pushed, which the
   // caller undoes with ReleaseCurrent, and only then (a failed push must not pop the caller's own context).
   // Nothing is pushed without a context, nor on OpenCL, whose calls name their context.

@@ -108,33 +108,40 @@ void Initialize(bool startDevices) {
   }
 }
 
-// Polls still pending are taken out of their lists while each device still has its context (its work is
-// finished by then, so their events have completed unless the device failed); their callbacks, host code
-// that may call back into the library, run or are released only after the library lock is let go.
+// The last Terminate takes the devices out of the registry under the library lock and shuts them down
+// after letting it go: shut-down calls host code (the pools' purge callbacks, the event poll callbacks),
+// which must be free to call back into the library. Polls still pending are taken out of their lists while
+// each device still has its context (its work is finished by then, so their events have completed unless
+// the device failed); their callbacks run, or are released unrun, once every device is shut down.
 void Terminate() {
+  std::vector<boost::shared_ptr<Device>> devices;
   std::vector<EventPollLeftovers> leftovers;
   try {
-    Library& library = TheLibrary();
-    OXR::CriticalSectionLock guard(library.lock, "LM::Terminate");
-    if (library.initializeCount == 0) return;  // unmatched: nothing to undo
-    if (library.initializeCount != 1) {
-      --library.initializeCount;
-      return;
-    }
-    leftovers.resize(library.registry.size());
-    for (std::size_t i = 0; i < library.registry.size(); ++i) {
-      Device& device = *library.registry[i];
-      if (library.started) {
-        device.WaitForContext();
-        device.ShutDown(true);
+    bool started = false;
+    {
+      Library& library = TheLibrary();
+      OXR::CriticalSectionLock guard(library.lock, "LM::Terminate");
+      if (library.initializeCount == 0) return;  // unmatched: nothing to undo
+      if (library.initializeCount != 1) {
+        --library.initializeCount;
+        return;
       }
-      TakeEventPolls(device, leftovers[i]);
+      leftovers.resize(library.registry.size());
+      devices.swap(library.registry);
+      library.matchNames.clear();
+      library.initializeCount = 0;
+      started = library.started;
     }
-    library.matchNames.clear();
-    library.registry.clear();
-    library.initializeCount = 0;
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+      if (started) {
+        devices[i]->WaitForContext();
+        devices[i]->ShutDown(true);
+      }
+      TakeEventPolls(*devices[i], leftovers[i]);
+    }
   } catch (...) {
   }
+  devices.clear();
   for (EventPollLeftovers& device : leftovers) FinishEventPolls(device);
 }
 

@@ -1,5 +1,5 @@
 // The OpenCL entry points that Lumora calls, bound on first use from the OpenCL runtime library (the Linux
-// form of delay-loading). Lumora does not link against libOpenCL: it defines these 27 functions itself,
+// form of delay-loading). Lumora does not link against libOpenCL: it defines these 28 functions itself,
 // with hidden visibility, and each one loads the runtime and looks its name up the first time it is
 // called. When the runtime or the name is missing, the call fails with kOpenCLRuntimeUnavailable
 // (through its errcode_ret argument where the function returns an object) instead of crashing, so the
@@ -70,7 +70,8 @@ constexpr cl_int kOpenCLRuntimeUnavailable = -1001;
   X(cl_int, clReleaseProgram, (cl_program program), (program))                                                \
   X(cl_int, clUnloadCompiler, (void), ())                                                                      \
   X(cl_int, clSetKernelArg, (cl_kernel kernel, cl_uint arg_index, size_t arg_size, const void* arg_value),     \
-    (kernel, arg_index, arg_size, arg_value))
+    (kernel, arg_index, arg_size, arg_value))                                                                  \
+  X(cl_int, clReleaseKernel, (cl_kernel kernel), (kernel))
 // clang-format on
 
 // Entry points that return an object and report their status through errcode_ret.

@@ -207,6 +207,32 @@ TEST_F(CUDADevice, AProfilingSwitchChangeReinitialisesAStartedDevice) {
   EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 0);
 }
 
+// A context replaced by a re-initialisation goes as soon as nothing handed out from it is in use.
+TEST_F(CUDADevice, ReplacedContextsDoNotAccumulate) {
+  boost::shared_ptr<LM::Device> device = Make();
+  device->InitializeContext();
+  zelcore::debug::DebugDatabase& database = zelcore::debug::DebugDatabase::Instance();
+  database.Set("EnableDogEars", "1");
+  const auto reinitialise = [&](int i) {
+    database.Set("LM.ProfileKernels", i % 2 == 0 ? "1" : "0");
+    device->ResetDebugFlags();
+  };
+  void* held = nullptr;
+  {
+    const LM::ExclusiveAccess access(*device);
+    held = device->GetDeviceMemory()->Allocate(1 << 20, nullptr);
+  }
+  reinitialise(0);
+  EXPECT_EQ(fake_->fakecuda_LiveContexts(), 2u) << "a block of the first context is still out";
+  {
+    const LM::ExclusiveAccess access(*device);
+    device->GetDeviceMemory()->Release(held, boost::shared_ptr<LM::Event>());
+  }
+  for (int i = 1; i < 5; ++i) reinitialise(i);
+  EXPECT_EQ(device->GetContextGeneration(), 6u);
+  EXPECT_EQ(fake_->fakecuda_LiveContexts(), 1u);
+}
+
 TEST_F(CUDADevice, ModulesAreFoundByTheirSourcesBaseNameAndLoadedOnce) {
   ExecutableFolder folder;
   folder.Write("PTX/Fills_NVIDIA.ptx", ".version 7.0\n.target sm_75\n");
