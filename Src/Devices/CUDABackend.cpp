@@ -72,9 +72,12 @@ CUDABackend::~CUDABackend() {
   if (context_ != nullptr) DestroyContext(context_);
 }
 
+// Reported, and tried once more: nothing is left to destroy the context later, and a context lost here
+// holds its memory for the life of the process.
 void CUDABackend::DestroyContext(CUcontext context) {
   const CUresult result = CUDA.cuCtxDestroy(context);
-  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Context destruction failure: "));
+  if (LM_CUDA_SUCCEEDED(result, "Context destruction failure: ")) return;
+  static_cast<void>(LM_CUDA_SUCCEEDED(CUDA.cuCtxDestroy(context), "Context destruction failure: "));
 }
 
 void CUDABackend::ReleaseRetiredContexts(bool blocksOut) {
@@ -199,11 +202,10 @@ void* CUDABackend::LoadModule(const std::string& name, const std::string& image)
   }
 }
 
-void CUDABackend::UnloadModule(void* module) {
-  if (module == nullptr || CUDA.cuModuleUnload == nullptr) return;
-  // A failure is reported and otherwise ignored: the device is shutting down and drops the handle either way.
+bool CUDABackend::UnloadModule(void* module) {
+  if (module == nullptr) return true;
   const CUresult result = CUDA.cuModuleUnload(static_cast<CUmodule>(module));
-  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Module unload failure: "));
+  return LM_CUDA_SUCCEEDED(result, "Module unload failure: ");
 }
 
 void* CUDABackend::FindKernel(void* module, const char* name) {

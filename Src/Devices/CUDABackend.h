@@ -42,7 +42,7 @@ class CUDABackend : public DeviceBackend {
       bool deviceMemory, const char* name, const PoolFigures& figures, unsigned int ordinal,
       const boost::weak_ptr<CommandQueue>& queue) override;
   void* LoadModule(const std::string& name, const std::string& image) override;
-  void UnloadModule(void* module) override;
+  bool UnloadModule(void* module) override;
   void* FindKernel(void* module, const char* name) override;
   int SetKernelArguments(void* kernel, const KernelArgument* arguments, std::size_t count) override;
   int PreferSharedMemory(void* kernel) override;

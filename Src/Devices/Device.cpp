@@ -43,6 +43,18 @@ void AttachMemoryManager(DeviceBackend& backend, bool deviceMemory, const char* 
   }
 }
 
+// Unloads every loaded module; one that fails to unload is kept to be tried again when the device goes.
+void UnloadModules(DeviceImpl& impl) {
+  for (const auto& module : impl.modules) {
+    if (impl.backend->UnloadModule(module.second)) continue;
+    try {
+      impl.modulesToUnload.push_back(module.second);
+    } catch (...) {
+    }
+  }
+  impl.modules.clear();
+}
+
 // Whether a pool still holds memory it obtained, free or out with a caller: either may come from a context
 // that a re-initialisation replaced.
 bool HasBlocks(const boost::shared_ptr<MemoryManager>& manager) {
@@ -65,8 +77,8 @@ Device::~Device() {
   commandQueue_.reset();
   deviceMemory_.reset();
   hostMemory_.reset();
-  for (auto& module : impl_->modules) backend.UnloadModule(module.second);
-  impl_->modules.clear();
+  UnloadModules(*impl_);
+  for (void* module : impl_->modulesToUnload) static_cast<void>(backend.UnloadModule(module));
   if (pushed) backend.ReleaseCurrent();
   impl_->backend.reset();
   DestroyOffscreenGLContext(impl_->openGL);
@@ -327,8 +339,7 @@ void Device::ShutDown(bool fullRelease) {
       deviceMemory_.reset();
       hostMemory_.reset();
     }
-    for (auto& module : impl_->modules) backend.UnloadModule(module.second);
-    impl_->modules.clear();
+    UnloadModules(*impl_);
     // Kernel caches key on the identity: a new one makes every cached kernel of the unloaded modules stale,
     // so the next operation loads its module again instead of launching a function that no longer exists.
     impl_->contextIdentity.store(NextContextIdentity(), std::memory_order_release);

@@ -91,9 +91,9 @@ class DeviceBackend {
       const boost::weak_ptr<CommandQueue>& queue) = 0;
 
   // A module from its image (PTX text or an OpenCL program's text) in the current context; null when it
-  // cannot be loaded. Unloading checks its result and otherwise ignores a failure.
+  // cannot be loaded. Unloading reports a failure and answers false; the module is then still loaded.
   virtual void* LoadModule(const std::string& name, const std::string& image) = 0;
-  virtual void UnloadModule(void* module) = 0;
+  virtual bool UnloadModule(void* module) = 0;
   // The kernel `name` of a loaded module (CUfunction or cl_kernel), or null.
   virtual void* FindKernel(void* module, const char* name) = 0;
   // Sets a kernel's arguments in order, the framework's way, stopping at the first the framework refuses;

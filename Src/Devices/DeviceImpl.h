@@ -37,6 +37,8 @@ struct DeviceImpl {
 
   std::vector<KernelRecord> kernelRecords;
   std::map<std::string, void*> modules;
+  // Modules whose unloading failed, tried again before the context goes (guarded like `modules`).
+  std::vector<void*> modulesToUnload;
 
   OffscreenGLContext openGL;
   std::unique_ptr<DeviceBackend> backend;

@@ -167,8 +167,8 @@ void* OpenCLBackend::LoadModule(const std::string&, const std::string& image) {
   }
 }
 
-void OpenCLBackend::UnloadModule(void* module) {
-  if (module == nullptr) return;
+bool OpenCLBackend::UnloadModule(void* module) {
+  if (module == nullptr) return true;
   const cl_program program = static_cast<cl_program>(module);
   for (auto entry = kernels_.lower_bound({program, std::string()});
        entry != kernels_.end() && entry->first.first == program; entry = kernels_.erase(entry)) {
@@ -176,7 +176,7 @@ void OpenCLBackend::UnloadModule(void* module) {
     static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Kernel release failure: "));
   }
   const cl_int result = clReleaseProgram(program);
-  static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Program release failure: "));
+  return LM_OPENCL_SUCCEEDED(result, "Program release failure: ");
 }
 
 void* OpenCLBackend::FindKernel(void* module, const char* name) {

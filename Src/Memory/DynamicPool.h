@@ -30,7 +30,9 @@
 //  * A pool that dies while callers still hold blocks gives back its free blocks only and names the others
 //    in one trace line: freeing memory that live GPU work may still use would crash the device, while
 //    leaving it to the driver's context teardown only leaks it until then.
-//  * A free that the policy reports as failed is traced; the block is forgotten either way.
+//  * A free that the policy reports as failed is traced, and the block is kept aside (still live, no longer
+//    free) to be given back again by the next Purge or by the destructor; loops that give blocks back end
+//    all the same, since the block has left the free list.
 //  * Locking: the pool's lock guards the pending list, the set of handed-out blocks and the purge callbacks;
 //    callbacks run without it. Everything else is touched by Allocate, Purge, Trim, GetUsedSize and the
 //    destructor alone, which callers must not run concurrently on one pool (the device's exclusive access
@@ -135,7 +137,8 @@ class DynamicPool {
   void* AllocateAfterPurging(const AllocationKey& key, std::uint64_t* size);
   void* ObtainFromPolicy(const AllocationKey& key, std::uint64_t* size);
   void HandOut(void* pointer);
-  void FreeThroughPolicy(void* pointer, const AllocationKey& key);
+  bool FreeThroughPolicy(void* pointer, const AllocationKey& key);
+  std::uint64_t RetryRefusedFrees();
   FreeBlock ChooseBlockToGiveBack(bool onlyLarge);
   std::uint64_t GiveBack(FreeBlock block);
   void TrimToLowMark();
@@ -163,6 +166,9 @@ class DynamicPool {
   std::uint64_t lowMark_;
   FreeBlocks freeBlocks_;
   LiveBlocks liveBlocks_;  // every block obtained and not given back, in use or free
+  // Free blocks that the driver refused to take back, still in liveBlocks_ (marked free) but no longer in
+  // freeBlocks_.
+  std::vector<void*, Storage<void*>> refusedFrees_;
   std::uint64_t previousMaxRequest_ = 0;
   std::uint64_t currentMaxRequest_ = 0;
   PurgeCallbacks purgeCallbacks_;  // guarded by lock_
@@ -240,7 +246,8 @@ void DynamicPool<P, L>::Trim() {
 
 template <class P, class L>
 std::size_t DynamicPool<P, L>::Purge(std::size_t bytes) {
-  std::uint64_t freed = AskPurgeCallbacks(bytes);
+  std::uint64_t freed = RetryRefusedFrees();
+  freed += AskPurgeCallbacks(bytes);
   FoldPendingReleases();
   while (freed < bytes && !freeBlocks_.empty()) freed += GiveBack(ChooseBlockToGiveBack(false));
   return static_cast<std::size_t>(freed);
@@ -401,17 +408,42 @@ std::uint64_t DynamicPool<P, L>::GiveBack(FreeBlock block) {
   if (block == freeBlocks_.end()) return 0;
   const AllocationKey key = block->first;
   void* pointer = block->second.pointer;
-  // Forgotten before it is freed: the pool never looks a freed pointer up.
-  liveBlocks_.erase(pointer);
   freeBlocks_.erase(block);
-  FreeThroughPolicy(pointer, key);
+  // Looked up before it is freed: the pool never compares a freed pointer.
+  const auto live = liveBlocks_.find(pointer);
+  if (!FreeThroughPolicy(pointer, key)) {
+    refusedFrees_.push_back(pointer);
+    return 0;
+  }
+  if (live != liveBlocks_.end()) liveBlocks_.erase(live);
   CountGivenBack(key.ByteSize());
   return key.ByteSize();
 }
 
 template <class P, class L>
-void DynamicPool<P, L>::FreeThroughPolicy(void* pointer, const AllocationKey& key) {
-  if (!policy_.Free(pointer, key) && trace_.Enabled()) WriteFreeFailureTrace(name_, key.ByteSize());
+bool DynamicPool<P, L>::FreeThroughPolicy(void* pointer, const AllocationKey& key) {
+  if (policy_.Free(pointer, key)) return true;
+  if (trace_.Enabled()) WriteFreeFailureTrace(name_, key.ByteSize());
+  return false;
+}
+
+template <class P, class L>
+std::uint64_t DynamicPool<P, L>::RetryRefusedFrees() {
+  std::uint64_t freed = 0;
+  for (auto refused = refusedFrees_.begin(); refused != refusedFrees_.end();) {
+    const auto live = liveBlocks_.find(*refused);
+    if (live != liveBlocks_.end() && !FreeThroughPolicy(live->first, live->second.key)) {
+      ++refused;
+      continue;
+    }
+    if (live != liveBlocks_.end()) {
+      freed += live->second.key.ByteSize();
+      CountGivenBack(live->second.key.ByteSize());
+      liveBlocks_.erase(live);
+    }
+    refused = refusedFrees_.erase(refused);
+  }
+  return freed;
 }
 
 template <class P, class L>

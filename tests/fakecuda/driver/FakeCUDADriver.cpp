@@ -81,6 +81,7 @@ struct Module {
 
 struct Event {
   bool complete;
+  CUcontext context;  // current at creation; destroyed with it
 };
 
 constexpr std::size_t kAlignment = 256;
@@ -104,7 +105,7 @@ struct State {
   void UpdateIdle() { idle = !recording && failures.empty() && !failureAt.armed; }
   bool eventsComplete = true;
   std::map<CUcontext, CUdevice> contextDevices;  // the live contexts
-  std::set<CUstream> streams;                    // the live streams
+  std::map<CUstream, CUcontext> streams;         // the live streams, with the context current at creation
   int currentDepth = 0;                          // contexts current, summed over all threads
   std::map<CUevent, std::unique_ptr<Event>> events;
   std::vector<std::unique_ptr<Module>> modules;
@@ -434,11 +435,17 @@ CUresult Impl_cuGLCtxCreate(CUcontext* context, unsigned int, CUdevice device) {
   return NewContext(context, device);
 }
 
-// A destroyed context also leaves the calling thread's stack; it is no longer a context at all.
+// A destroyed context also leaves the calling thread's stack; it is no longer a context at all. As on the
+// real driver, its streams and events go with it (modules and memory are counted until freed, so that
+// tests see them).
 CUresult Impl_cuCtxDestroy(CUcontext context) {
   State& state = TheState();
   Lock lock(state.mutex);
   if (context == nullptr || state.contextDevices.erase(context) == 0) return CUDA_ERROR_INVALID_CONTEXT;
+  for (auto stream = state.streams.begin(); stream != state.streams.end();)
+    stream = stream->second == context ? state.streams.erase(stream) : std::next(stream);
+  for (auto event = state.events.begin(); event != state.events.end();)
+    event = event->second->context == context ? state.events.erase(event) : std::next(event);
   const auto kept = std::remove(currentContexts.begin(), currentContexts.end(), context);
   state.currentDepth -= static_cast<int>(currentContexts.end() - kept);
   currentContexts.erase(kept, currentContexts.end());
@@ -536,7 +543,7 @@ CUresult Impl_cuStreamCreate(CUstream* stream, unsigned int) {
   State& state = TheState();
   Lock lock(state.mutex);
   *stream = state.NewHandle<CUstream>();
-  state.streams.insert(*stream);
+  state.streams[*stream] = currentContexts.empty() ? nullptr : currentContexts.back();
   return CUDA_SUCCESS;
 }
 
@@ -550,7 +557,8 @@ CUresult Impl_cuEventCreate(CUevent* event, unsigned int) {
   if (event == nullptr) return CUDA_ERROR_INVALID_VALUE;
   State& state = TheState();
   Lock lock(state.mutex);
-  std::unique_ptr<Event> created(new Event{state.eventsComplete});
+  std::unique_ptr<Event> created(
+      new Event{state.eventsComplete, currentContexts.empty() ? nullptr : currentContexts.back()});
   *event = reinterpret_cast<CUevent>(created.get());
   state.events[*event] = std::move(created);
   return CUDA_SUCCESS;
