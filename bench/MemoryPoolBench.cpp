@@ -28,7 +28,10 @@ class HeapPolicy {
     if (pointer != nullptr) *allocatedBytes = key.ByteSize();
     return LM::PoolBlock{pointer, {}};
   }
-  void Free(void* pointer, const LM::AllocationKey&) { std::free(pointer); }
+  bool Free(void* pointer, const LM::AllocationKey&) {
+    std::free(pointer);
+    return true;
+  }
 
  private:
   std::size_t* allocations_;

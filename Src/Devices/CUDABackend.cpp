@@ -68,10 +68,27 @@ CUDATextureFormat CUDATextureFormatOf(PixelFormat format) {
 }
 
 CUDABackend::~CUDABackend() {
-  if (context_ != nullptr) retiredContexts_.push_back(context_);
-  for (CUcontext context : retiredContexts_) {
-    const CUresult result = CUDA.cuCtxDestroy(context);
-    static_cast<void>(LM_CUDA_SUCCEEDED(result, "Context destruction failure: "));
+  for (const RetiredContext& retired : retiredContexts_) DestroyContext(retired.context);
+  if (context_ != nullptr) DestroyContext(context_);
+}
+
+// Reported, and tried once more: nothing is left to destroy the context later, and a context lost here
+// holds its memory for the life of the process.
+void CUDABackend::DestroyContext(CUcontext context) {
+  const CUresult result = CUDA.cuCtxDestroy(context);
+  if (LM_CUDA_SUCCEEDED(result, "Context destruction failure: ")) return;
+  static_cast<void>(LM_CUDA_SUCCEEDED(CUDA.cuCtxDestroy(context), "Context destruction failure: "));
+}
+
+void CUDABackend::ReleaseRetiredContexts(bool blocksOut) {
+  if (blocksOut) return;
+  for (auto retired = retiredContexts_.begin(); retired != retiredContexts_.end();) {
+    if (!retired->events.expired()) {
+      ++retired;
+      continue;
+    }
+    DestroyContext(retired->context);
+    retired = retiredContexts_.erase(retired);
   }
 }
 
@@ -122,8 +139,9 @@ void* CUDABackend::DeviceHandle() const {
 // cuGLCtxCreate shares with the OpenGL context current on this thread: the device's hidden one.
 bool CUDABackend::CreateContext(const OffscreenGLContext&, bool headless) {
   if (context_ != nullptr) {
-    retiredContexts_.push_back(context_);
+    retiredContexts_.push_back(RetiredContext{context_, events_});
     context_ = nullptr;
+    events_.reset();
   }
   CUcontext context = nullptr;
   CUresult result = CUDA_ERROR_UNKNOWN;
@@ -134,13 +152,17 @@ bool CUDABackend::CreateContext(const OffscreenGLContext&, bool headless) {
   if (result != CUDA_SUCCESS) result = CUDA.cuCtxCreate(&context, kContextFlags, device_);
   if (!LM_CUDA_SUCCEEDED(result, "Context creation failure: ")) return false;
   context_ = context;
+  // Creation made the context current on this thread; the device makes it current when it needs it.
+  CUcontext popped = nullptr;
+  result = CUDA.cuCtxPopCurrent(&popped);
+  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Context pop failure: "));
   return true;
 }
 
-void CUDABackend::MakeCurrent() {
-  if (context_ == nullptr) return;
+bool CUDABackend::MakeCurrent() {
+  if (context_ == nullptr) return false;
   const CUresult result = CUDA.cuCtxPushCurrent(context_);
-  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Context push failure: "));
+  return LM_CUDA_SUCCEEDED(result, "Context push failure: ");
 }
 
 void CUDABackend::ReleaseCurrent() {
@@ -158,7 +180,9 @@ bool CUDABackend::Finish(CommandQueue*) {
 
 boost::shared_ptr<CommandQueue> CUDABackend::CreateCommandQueue(bool) {
   const auto queue = boost::make_shared<CUDACommandQueue>();
-  return queue->Valid() ? queue : boost::shared_ptr<CommandQueue>();
+  if (!queue->Valid()) return boost::shared_ptr<CommandQueue>();
+  events_ = queue->EventsInUse();
+  return queue;
 }
 
 boost::shared_ptr<PooledMemoryManager> CUDABackend::CreateMemoryManager(
@@ -178,11 +202,10 @@ void* CUDABackend::LoadModule(const std::string& name, const std::string& image)
   }
 }
 
-void CUDABackend::UnloadModule(void* module) {
-  if (module == nullptr || CUDA.cuModuleUnload == nullptr) return;
-  // A failure is reported and otherwise ignored: the device is shutting down and drops the handle either way.
+bool CUDABackend::UnloadModule(void* module) {
+  if (module == nullptr) return true;
   const CUresult result = CUDA.cuModuleUnload(static_cast<CUmodule>(module));
-  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Module unload failure: "));
+  return LM_CUDA_SUCCEEDED(result, "Module unload failure: ");
 }
 
 void* CUDABackend::FindKernel(void* module, const char* name) {
@@ -314,10 +337,11 @@ CUmodule LoadCUDAModule(const std::string& name, const std::string& image) {
   static void* values[] = {reinterpret_cast<void*>(static_cast<std::uintptr_t>(kModuleJITOptimizationLevel))};
 
   CUmodule module = nullptr;
-  // PTX is text: the driver reads up to its terminating NUL, which c_str() guarantees.
+  // PTX is text: the driver reads up to its terminating NUL, which c_str() guarantees. A driver older than
+  // 2.1 has no cuModuleLoadDataEx: it loads with its default options.
   const CUresult result = CUDA.cuModuleLoadDataEx != nullptr
                               ? CUDA.cuModuleLoadDataEx(&module, image.c_str(), 1, options, values)
-                              : static_cast<CUresult>(CUDA_ERROR_NOT_INITIALIZED);
+                              : CUDA.cuModuleLoadData(&module, image.c_str());
   if (result == CUDA_SUCCESS) return module;
   if (!moduleLoadFailuresSilenced.load()) {
     ReportFailure(LM_SITE_SILENCE_FLAG(), "result == CUDA_SUCCESS",

@@ -33,7 +33,8 @@ class CUDABackend : public DeviceBackend {
   void* DeviceHandle() const override;
   void* ContextHandle() const override { return context_; }
   bool CreateContext(const OffscreenGLContext& openGL, bool headless) override;
-  void MakeCurrent() override;
+  void ReleaseRetiredContexts(bool blocksOut) override;
+  bool MakeCurrent() override;
   void ReleaseCurrent() override;
   bool Finish(CommandQueue* queue) override;
   boost::shared_ptr<CommandQueue> CreateCommandQueue(bool profile) override;
@@ -41,7 +42,7 @@ class CUDABackend : public DeviceBackend {
       bool deviceMemory, const char* name, const PoolFigures& figures, unsigned int ordinal,
       const boost::weak_ptr<CommandQueue>& queue) override;
   void* LoadModule(const std::string& name, const std::string& image) override;
-  void UnloadModule(void* module) override;
+  bool UnloadModule(void* module) override;
   void* FindKernel(void* module, const char* name) override;
   int SetKernelArguments(void* kernel, const KernelArgument* arguments, std::size_t count) override;
   int PreferSharedMemory(void* kernel) override;
@@ -58,10 +59,18 @@ class CUDABackend : public DeviceBackend {
  private:
   std::uint32_t Attribute(CUdevice_attribute attribute);
 
+  // A context replaced by a re-initialisation, and what may still use it: its queue's events.
+  struct RetiredContext {
+    CUcontext context;
+    boost::weak_ptr<void> events;
+  };
+  void DestroyContext(CUcontext context);
+
   CUdevice device_;
   CUcontext context_ = nullptr;
-  // Contexts replaced by a re-initialisation, destroyed with the backend.
-  std::vector<CUcontext> retiredContexts_;
+  boost::weak_ptr<void> events_;  // those of the current context's queue
+  // Destroyed once nothing uses them (ReleaseRetiredContexts), the rest with the backend.
+  std::vector<RetiredContext> retiredContexts_;
 };
 
 // The just-in-time option passed with every CUDA module, and its value: the highest optimisation level.

@@ -79,12 +79,17 @@ class DeviceBackend {
 
   // Makes the device's context, shared with the hidden OpenGL context unless `headless` (sharing is tried
   // first and may fail; then without). On CUDA a context made before is retired (kept until the backend
-  // dies: blocks handed out from it may still be in use) and the new one is current on this thread; an
-  // OpenCL device keeps the context it has, since its pools allocate in it. False when none could be made.
+  // dies: blocks handed out from it may still be in use); an OpenCL device keeps the context it has, since
+  // its pools allocate in it. Leaves nothing current on this thread. False when none could be made.
   virtual bool CreateContext(const OffscreenGLContext& openGL, bool headless) = 0;
-  // Makes the context current on this thread (CUDA: pushes it) and undoes that; nothing without a context
-  // or on OpenCL, whose calls name their context.
-  virtual void MakeCurrent() = 0;
+  // Destroys the contexts that re-initialisations replaced and that nothing handed out from them uses any
+  // more: none while `blocksOut` (pool blocks are still out with callers, which may come from any of them),
+  // and none whose queue's events are still held. Nothing on OpenCL, which keeps its one context.
+  virtual void ReleaseRetiredContexts(bool blocksOut) = 0;
+  // Makes the context current on this thread (CUDA: pushes it): true when something was pushed, which the
+  // caller undoes with ReleaseCurrent, and only then (a failed push must not pop the caller's own context).
+  // Nothing is pushed without a context, nor on OpenCL, whose calls name their context.
+  virtual bool MakeCurrent() = 0;
   virtual void ReleaseCurrent() = 0;
   // Waits until all work on the device, the queue's included, has finished; false when that failed.
   virtual bool Finish(CommandQueue* queue) = 0;
@@ -96,9 +101,9 @@ class DeviceBackend {
       const boost::weak_ptr<CommandQueue>& queue) = 0;
 
   // A module from its image (PTX text or an OpenCL program's text) in the current context; null when it
-  // cannot be loaded. Unloading checks its result and otherwise ignores a failure.
+  // cannot be loaded. Unloading reports a failure and answers false; the module is then still loaded.
   virtual void* LoadModule(const std::string& name, const std::string& image) = 0;
-  virtual void UnloadModule(void* module) = 0;
+  virtual bool UnloadModule(void* module) = 0;
   // The kernel `name` of a loaded module (CUfunction or cl_kernel), or null.
   virtual void* FindKernel(void* module, const char* name) = 0;
   // Sets a kernel's arguments in order, the framework's way, stopping at the first the framework refuses;

@@ -28,12 +28,17 @@ struct DeviceImpl {
   unsigned int waitingThreads = 0;
   unsigned int recursion = 0;
   std::uint64_t owner = 0;
+  // Per level of the owner's recursion, innermost last: whether that acquisition pushed the context, so
+  // that its release pops only what it pushed. Touched by the owner alone.
+  std::vector<bool> pushed;
 
   boost::mutex executorMutex;
   boost::shared_ptr<zelcore::threads::AsyncExecutor> executor;
 
   std::vector<KernelRecord> kernelRecords;
   std::map<std::string, void*> modules;
+  // Modules whose unloading failed, tried again before the context goes (guarded like `modules`).
+  std::vector<void*> modulesToUnload;
 
   OffscreenGLContext openGL;
   std::unique_ptr<DeviceBackend> backend;

@@ -28,6 +28,8 @@ int32_t OnDevice(uint32_t index, Operation operation) {
 }
 
 // The same, holding the device's exclusive access (the pools are not locked, and CUDA needs the context).
+// Purging and allocating call the pools' purge callbacks, host code, under that access, as they must; the
+// access is recursive per thread, so a callback may take it again.
 template <class Operation>
 int32_t WithAccess(uint32_t index, Operation operation) {
   return OnDevice(index, [&](Device& device) {

@@ -12,6 +12,7 @@
 #include "Devices/CUDABackend.h"
 #include "Devices/Configuration.h"
 #include "Devices/DeviceSuite.h"
+#include "Devices/EventPolling.h"
 #include "Devices/OpenCLBackend.h"
 #include "Lumora/Device.h"
 #include "Lumora/PixelFormats.h"
@@ -83,42 +84,65 @@ void StartDevices(const std::vector<boost::shared_ptr<Device>>& registry) {
 
 }  // namespace
 
+// Nothing is thrown across the library boundary: a failure part-way leaves what was done so far (devices
+// already registered stay registered), and the host learns the outcome from the device queries.
 void Initialize(bool startDevices) {
-  Library& library = TheLibrary();
-  OXR::CriticalSectionLock guard(library.lock, "LM::Initialize");
-  if (++library.initializeCount == 1) {
-    if (AccelerationDisabled()) return;
-    for (const PixelFormat& format : kGPUPixelFormats) {
-      zelmediatypes::RegisterCustomPixelFormatProperties(format.code, format.properties);
+  try {
+    Library& library = TheLibrary();
+    OXR::CriticalSectionLock guard(library.lock, "LM::Initialize");
+    if (++library.initializeCount == 1) {
+      if (AccelerationDisabled()) return;
+      for (const PixelFormat& format : kGPUPixelFormats) {
+        zelmediatypes::RegisterCustomPixelFormatProperties(format.code, format.properties);
+      }
+      if (BindCUDADriver(0, 4000) == CUDA_SUCCESS || BindCUDADriver(0, 0) == CUDA_SUCCESS) {
+        EnumerateCUDADevices(library.registry);
+      }
+      if (IsOpenCLEnabled()) EnumerateOpenCLDevices(library.registry);
     }
-    if (BindCUDADriver(0, 4000) == CUDA_SUCCESS || BindCUDADriver(0, 0) == CUDA_SUCCESS) {
-      EnumerateCUDADevices(library.registry);
-    }
-    if (IsOpenCLEnabled()) EnumerateOpenCLDevices(library.registry);
+    if (library.started || !startDevices) return;
+    RegisterDeviceSuite();
+    StartDevices(library.registry);
+    library.started = true;
+  } catch (...) {
   }
-  if (library.started || !startDevices) return;
-  RegisterDeviceSuite();
-  StartDevices(library.registry);
-  library.started = true;
 }
 
+// The last Terminate takes the devices out of the registry under the library lock and shuts them down
+// after letting it go: shut-down calls host code (the pools' purge callbacks, the event poll callbacks),
+// which must be free to call back into the library. Polls still pending are taken out of their lists while
+// each device still has its context (its work is finished by then, so their events have completed unless
+// the device failed); their callbacks run, or are released unrun, once every device is shut down.
 void Terminate() {
-  Library& library = TheLibrary();
-  OXR::CriticalSectionLock guard(library.lock, "LM::Terminate");
-  if (library.initializeCount == 0) return;  // unmatched: nothing to undo
-  if (library.initializeCount != 1) {
-    --library.initializeCount;
-    return;
-  }
-  if (library.started) {
-    for (const boost::shared_ptr<Device>& device : library.registry) {
-      device->WaitForContext();
-      device->ShutDown(true);
+  std::vector<boost::shared_ptr<Device>> devices;
+  std::vector<EventPollLeftovers> leftovers;
+  try {
+    bool started = false;
+    {
+      Library& library = TheLibrary();
+      OXR::CriticalSectionLock guard(library.lock, "LM::Terminate");
+      if (library.initializeCount == 0) return;  // unmatched: nothing to undo
+      if (library.initializeCount != 1) {
+        --library.initializeCount;
+        return;
+      }
+      leftovers.resize(library.registry.size());
+      devices.swap(library.registry);
+      library.matchNames.clear();
+      library.initializeCount = 0;
+      started = library.started;
     }
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+      if (started) {
+        devices[i]->WaitForContext();
+        devices[i]->ShutDown(true);
+      }
+      TakeEventPolls(*devices[i], leftovers[i]);
+    }
+  } catch (...) {
   }
-  library.matchNames.clear();
-  library.registry.clear();
-  library.initializeCount = 0;
+  devices.clear();
+  for (EventPollLeftovers& device : leftovers) FinishEventPolls(device);
 }
 
 unsigned int GetDeviceCount() {

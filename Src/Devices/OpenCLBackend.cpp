@@ -49,6 +49,10 @@ cl_int SetArgument(cl_kernel kernel, cl_uint index, const T& value) {
 }  // namespace
 
 OpenCLBackend::~OpenCLBackend() {
+  for (const auto& entry : kernels_) {
+    const cl_int result = clReleaseKernel(entry.second);
+    static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Kernel release failure: "));
+  }
   if (context_ == nullptr) return;
   const cl_int result = clReleaseContext(context_);
   static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Context release failure: "));
@@ -136,7 +140,9 @@ bool OpenCLBackend::CreateContext(const OffscreenGLContext& openGL, bool headles
 }
 
 bool OpenCLBackend::Finish(CommandQueue* queue) {
-  return queue != nullptr && clFinish(static_cast<cl_command_queue>(queue->GetNativeQueue())) == CL_SUCCESS;
+  if (queue == nullptr) return false;
+  const cl_int result = clFinish(static_cast<cl_command_queue>(queue->GetNativeQueue()));
+  return LM_OPENCL_SUCCEEDED(result, "Queue finish failure: ");
 }
 
 boost::shared_ptr<CommandQueue> OpenCLBackend::CreateCommandQueue(bool profile) {
@@ -161,16 +167,34 @@ void* OpenCLBackend::LoadModule(const std::string&, const std::string& image) {
   }
 }
 
-void OpenCLBackend::UnloadModule(void* module) {
-  if (module == nullptr) return;
-  const cl_int result = clReleaseProgram(static_cast<cl_program>(module));
-  static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Program release failure: "));
+bool OpenCLBackend::UnloadModule(void* module) {
+  if (module == nullptr) return true;
+  const cl_program program = static_cast<cl_program>(module);
+  for (auto entry = kernels_.lower_bound({program, std::string()});
+       entry != kernels_.end() && entry->first.first == program; entry = kernels_.erase(entry)) {
+    const cl_int result = clReleaseKernel(entry->second);
+    static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Kernel release failure: "));
+  }
+  const cl_int result = clReleaseProgram(program);
+  return LM_OPENCL_SUCCEEDED(result, "Program release failure: ");
 }
 
 void* OpenCLBackend::FindKernel(void* module, const char* name) {
+  if (module == nullptr || name == nullptr) return nullptr;
+  const cl_program program = static_cast<cl_program>(module);
+  std::pair<cl_program, std::string> key(program, name);
+  const auto found = kernels_.find(key);
+  if (found != kernels_.end()) return found->second;
   cl_int result = CL_SUCCESS;
-  cl_kernel kernel = clCreateKernel(static_cast<cl_program>(module), name, &result);
-  return result == CL_SUCCESS ? kernel : nullptr;
+  cl_kernel kernel = clCreateKernel(program, name, &result);
+  if (result != CL_SUCCESS || kernel == nullptr) return nullptr;
+  try {
+    kernels_.emplace(std::move(key), kernel);
+  } catch (...) {
+    clReleaseKernel(kernel);  // not recorded, so not handed out either
+    return nullptr;
+  }
+  return kernel;
 }
 
 // One clSetKernelArg per value at the next index, by its size; buffers and images as their cl_mem.

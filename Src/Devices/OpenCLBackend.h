@@ -3,6 +3,7 @@
 // bound entry points (Runtime/OpenCLEntryPoints.h).
 #pragma once
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,7 +40,8 @@ class OpenCLBackend : public DeviceBackend {
   void* DeviceHandle() const override { return device_; }
   void* ContextHandle() const override { return context_; }
   bool CreateContext(const OffscreenGLContext& openGL, bool headless) override;
-  void MakeCurrent() override {}
+  void ReleaseRetiredContexts(bool) override {}
+  bool MakeCurrent() override { return false; }
   void ReleaseCurrent() override {}
   bool Finish(CommandQueue* queue) override;
   boost::shared_ptr<CommandQueue> CreateCommandQueue(bool profile) override;
@@ -47,7 +49,7 @@ class OpenCLBackend : public DeviceBackend {
       bool deviceMemory, const char* name, const PoolFigures& figures, unsigned int ordinal,
       const boost::weak_ptr<CommandQueue>& queue) override;
   void* LoadModule(const std::string& name, const std::string& image) override;
-  void UnloadModule(void* module) override;
+  bool UnloadModule(void* module) override;
   void* FindKernel(void* module, const char* name) override;
   int SetKernelArguments(void* kernel, const KernelArgument* arguments, std::size_t count) override;
   int PreferSharedMemory(void* kernel) override;
@@ -65,6 +67,10 @@ class OpenCLBackend : public DeviceBackend {
   cl_platform_id platform_;
   cl_device_id device_;
   cl_context context_ = nullptr;
+  // The kernels handed out, by program and name: one per name, released with their program. A kernel holds
+  // its program (and the program its context), so kernels left behind would keep every program of every
+  // re-initialisation alive.
+  std::map<std::pair<cl_program, std::string>, cl_kernel> kernels_;
 };
 
 }  // namespace LM

@@ -23,10 +23,13 @@ PoolBlock CUDADeviceMemoryPoolManager::Allocate(const AllocationKey& key, std::s
   return PoolBlock{reinterpret_cast<void*>(static_cast<std::uintptr_t>(pointer)), {}};
 }
 
-void CUDADeviceMemoryPoolManager::Free(void* pointer, const AllocationKey&) {
-  if (CUDA.cuMemFree == nullptr) return;
-  const CUresult result = CUDA.cuMemFree(static_cast<CUdeviceptr>(reinterpret_cast<std::uintptr_t>(pointer)));
-  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Device memory free failure: "));
+// An unbound entry point is reported like a refusal: the block cannot be given back either way.
+bool CUDADeviceMemoryPoolManager::Free(void* pointer, const AllocationKey&) {
+  const CUresult result =
+      CUDA.cuMemFree != nullptr
+          ? CUDA.cuMemFree(static_cast<CUdeviceptr>(reinterpret_cast<std::uintptr_t>(pointer)))
+          : static_cast<CUresult>(CUDA_ERROR_NOT_INITIALIZED);
+  return LM_CUDA_SUCCEEDED(result, "Device memory free failure: ");
 }
 
 PoolBlock CUDAHostMemoryPoolManager::Allocate(const AllocationKey& key, std::size_t* allocatedBytes) {
@@ -39,10 +42,10 @@ PoolBlock CUDAHostMemoryPoolManager::Allocate(const AllocationKey& key, std::siz
   return PoolBlock{pointer, {}};
 }
 
-void CUDAHostMemoryPoolManager::Free(void* pointer, const AllocationKey&) {
-  if (CUDA.cuMemFreeHost == nullptr) return;
-  const CUresult result = CUDA.cuMemFreeHost(pointer);
-  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Host memory free failure: "));
+bool CUDAHostMemoryPoolManager::Free(void* pointer, const AllocationKey&) {
+  const CUresult result = CUDA.cuMemFreeHost != nullptr ? CUDA.cuMemFreeHost(pointer)
+                                                        : static_cast<CUresult>(CUDA_ERROR_NOT_INITIALIZED);
+  return LM_CUDA_SUCCEEDED(result, "Host memory free failure: ");
 }
 
 }  // namespace LM

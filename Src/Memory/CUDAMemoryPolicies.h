@@ -16,14 +16,14 @@ namespace LM {
 class CUDADeviceMemoryPoolManager {
  public:
   PoolBlock Allocate(const AllocationKey& key, std::size_t* allocatedBytes);
-  void Free(void* pointer, const AllocationKey& key);
+  bool Free(void* pointer, const AllocationKey& key);
 };
 
 // Page-locked host memory from cuMemHostAlloc (no flags), given back with cuMemFreeHost.
 class CUDAHostMemoryPoolManager {
  public:
   PoolBlock Allocate(const AllocationKey& key, std::size_t* allocatedBytes);
-  void Free(void* pointer, const AllocationKey& key);
+  bool Free(void* pointer, const AllocationKey& key);
 };
 
 }  // namespace LM

@@ -20,16 +20,28 @@
 //    reuse and on Trim, free blocks are given back the same way until the pool is within its low mark.
 //  * When the driver refuses, the fallback chain is: ask the purge callbacks (in id order, until enough is
 //    freed) -> fold the releases they caused -> give back free blocks -> ask the driver again, as long as
-//    each round frees something. Failure is a null pointer and one trace line, never an exception (only an
-//    empty purge callback throws boost::bad_function_call, which callers of the pool must stop).
-//  * Locking: the pool's lock guards the pending list and the purge callbacks only; callbacks run without
-//    it. Everything else is touched by Allocate, Purge, Trim, GetUsedSize and the destructor alone, which
-//    callers must not run concurrently on one pool (the device's exclusive access serialises them).
+//    each round gives driver memory back. What callbacks report is not trusted beyond the first round: a
+//    callback that claims progress but frees nothing the pool can see must not keep the loop going. A
+//    callback that throws counts as having freed nothing; the others are still asked. Failure is a null
+//    pointer and one trace line, never an exception.
+//  * Only blocks handed out and not yet released are accepted by Release (the lock guards that set too), so
+//    the pending list never holds more entries than the pool has blocks out, however often a caller
+//    releases a block twice or releases pointers the pool never gave out.
+//  * A pool that dies while callers still hold blocks gives back its free blocks only and names the others
+//    in one trace line: freeing memory that live GPU work may still use would crash the device, while
+//    leaving it to the driver's context teardown only leaks it until then.
+//  * A free that the policy reports as failed is traced, and the block is kept aside (still live, no longer
+//    free) to be given back again by the next Purge or by the destructor; loops that give blocks back end
+//    all the same, since the block has left the free list.
+//  * Locking: the pool's lock guards the pending list, the set of handed-out blocks and the purge callbacks;
+//    callbacks run without it. Everything else is touched by Allocate, Purge, Trim, GetUsedSize and the
+//    destructor alone, which callers must not run concurrently on one pool (the device's exclusive access
+//    serialises them).
 //  * The byte counters change only through the Count* helpers.
 //
 // The policy, constructed from the pool's trailing constructor arguments, provides
 //   PoolBlock Allocate(const AllocationKey& key, std::size_t* allocatedBytes);  // null block on failure
-//   void Free(void* pointer, const AllocationKey& key);  // key as recorded for the block
+//   bool Free(void* pointer, const AllocationKey& key);  // key as recorded for the block; false on failure
 // On success the policy reports the block's true size; when it differs from the key's byte size the pool
 // records the block under a key of that size.
 #pragma once
@@ -46,6 +58,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -73,8 +86,8 @@ class DynamicPool {
         highMark_(highMark),
         lowMark_(lowMark),
         name_(name) {}
-  // Gives every block the pool still holds back to the driver. Callers hold the pool alive while they use
-  // a block (a frame's deleter holds its manager), so none can be in use any more.
+  // Gives every free block back to the driver. Blocks that callers still hold are left alone and reported
+  // in one trace line (see the policy above): hosts keep a pool alive as long as its blocks.
   ~DynamicPool();
   DynamicPool(const DynamicPool&) = delete;
   DynamicPool& operator=(const DynamicPool&) = delete;
@@ -96,6 +109,8 @@ class DynamicPool {
                      std::size_t* lowMark, std::size_t* highMark) const;
   int AddPurgeCallback(const PurgeCallback& callback);
   void RemovePurgeCallback(int id);
+  // Releases waiting to be folded into the free list.
+  std::size_t PendingReleaseCount();
 
  private:
   template <class T>
@@ -111,6 +126,7 @@ class DynamicPool {
   using PurgeCallbacks =
       std::map<int, PurgeCallback, std::less<int>, Storage<std::pair<const int, PurgeCallback>>>;
   using PendingReleases = std::vector<PoolBlock, Storage<PoolBlock>>;
+  using HandedOut = std::set<void*, std::less<void*>, Storage<void*>>;
 
   void FoldPendingReleases();
   void* TakeFreeBlock(std::uint64_t request, std::uint64_t* size);
@@ -120,6 +136,9 @@ class DynamicPool {
   void* AllocateNewBlock(const AllocationKey& key, std::uint64_t* size);
   void* AllocateAfterPurging(const AllocationKey& key, std::uint64_t* size);
   void* ObtainFromPolicy(const AllocationKey& key, std::uint64_t* size);
+  void HandOut(void* pointer);
+  bool FreeThroughPolicy(void* pointer, const AllocationKey& key);
+  std::uint64_t RetryRefusedFrees();
   FreeBlock ChooseBlockToGiveBack(bool onlyLarge);
   std::uint64_t GiveBack(FreeBlock block);
   void TrimToLowMark();
@@ -147,12 +166,16 @@ class DynamicPool {
   std::uint64_t lowMark_;
   FreeBlocks freeBlocks_;
   LiveBlocks liveBlocks_;  // every block obtained and not given back, in use or free
+  // Free blocks that the driver refused to take back, still in liveBlocks_ (marked free) but no longer in
+  // freeBlocks_.
+  std::vector<void*, Storage<void*>> refusedFrees_;
   std::uint64_t previousMaxRequest_ = 0;
   std::uint64_t currentMaxRequest_ = 0;
   PurgeCallbacks purgeCallbacks_;  // guarded by lock_
   int nextCallbackId_ = 1;         // guarded by lock_
   OXR::CriticalSection lock_;
   PendingReleases pendingReleases_;  // guarded by lock_
+  HandedOut handedOut_;              // guarded by lock_: blocks out with callers, not yet released
   // The list being folded; swapped with pendingReleases_ so both keep their storage.
   PendingReleases folding_;
   const char* name_;
@@ -161,7 +184,22 @@ class DynamicPool {
 
 template <class P, class L>
 DynamicPool<P, L>::~DynamicPool() {
-  for (const auto& [pointer, live] : liveBlocks_) policy_.Free(pointer, live.key);
+  // A destructor must not throw; exhausted memory while reporting leaves the rest of the blocks unfreed.
+  try {
+    FoldPendingReleases();
+    std::uint64_t heldBlocks = 0;
+    std::uint64_t heldBytes = 0;
+    for (const auto& [pointer, live] : liveBlocks_) {
+      if (live.free) {
+        FreeThroughPolicy(pointer, live.key);
+      } else {
+        ++heldBlocks;
+        heldBytes += live.key.ByteSize();
+      }
+    }
+    if (heldBlocks != 0 && trace_.Enabled()) WritePoolDestroyedTrace(name_, heldBlocks, heldBytes);
+  } catch (...) {
+  }
 }
 
 template <class P, class L>
@@ -176,16 +214,28 @@ void* DynamicPool<P, L>::Allocate(const AllocationKey& key, std::size_t* allocat
     if (trace_.Enabled()) WriteAllocationFailureTrace(name_, request, totalBytes_);
     return nullptr;
   }
+  HandOut(pointer);
   CountHandedOut(size);
   if (allocatedBytes != nullptr) *allocatedBytes = static_cast<std::size_t>(size);
   return pointer;
 }
 
 template <class P, class L>
+void DynamicPool<P, L>::HandOut(void* pointer) {
+  OXR::CriticalSectionLock guard(lock_, "DynamicPool::HandOut");
+  handedOut_.insert(pointer);
+}
+
+// A pointer that is not out with a caller (never handed out, or released already) is dropped here, so
+// that nothing but real releases waits for the next fold.
+template <class P, class L>
 void DynamicPool<P, L>::Release(void* pointer, const boost::shared_ptr<Event>& readyEvent) {
-  if (pointer == nullptr && !readyEvent) return;
+  if (pointer == nullptr) return;
   OXR::CriticalSectionLock guard(lock_, "DynamicPool::Release");
+  const auto out = handedOut_.find(pointer);
+  if (out == handedOut_.end()) return;
   pendingReleases_.push_back(PoolBlock{pointer, readyEvent});
+  handedOut_.erase(out);
 }
 
 template <class P, class L>
@@ -196,7 +246,8 @@ void DynamicPool<P, L>::Trim() {
 
 template <class P, class L>
 std::size_t DynamicPool<P, L>::Purge(std::size_t bytes) {
-  std::uint64_t freed = AskPurgeCallbacks(bytes);
+  std::uint64_t freed = RetryRefusedFrees();
+  freed += AskPurgeCallbacks(bytes);
   FoldPendingReleases();
   while (freed < bytes && !freeBlocks_.empty()) freed += GiveBack(ChooseBlockToGiveBack(false));
   return static_cast<std::size_t>(freed);
@@ -231,6 +282,12 @@ template <class P, class L>
 void DynamicPool<P, L>::RemovePurgeCallback(int id) {
   OXR::CriticalSectionLock guard(lock_, "DynamicPool::RemovePurgeCallback");
   purgeCallbacks_.erase(id);
+}
+
+template <class P, class L>
+std::size_t DynamicPool<P, L>::PendingReleaseCount() {
+  OXR::CriticalSectionLock guard(lock_, "DynamicPool::PendingReleaseCount");
+  return pendingReleases_.size();
 }
 
 template <class P, class L>
@@ -304,14 +361,23 @@ void* DynamicPool<P, L>::AllocateNewBlock(const AllocationKey& key, std::uint64_
   return ObtainFromPolicy(key, size);
 }
 
+// Each round must give driver memory back to earn another try. The callbacks' own report counts in the first
+// round only: they may free driver memory that the pool does not see (a host's own), but a callback that
+// keeps claiming progress without freeing anything would otherwise spin here for ever.
 template <class P, class L>
 void* DynamicPool<P, L>::AllocateAfterPurging(const AllocationKey& key, std::uint64_t* size) {
   const std::uint64_t request = key.ByteSize();
-  for (;;) {
-    std::uint64_t freed = AskPurgeCallbacks(request);
+  for (bool firstRound = true;; firstRound = false) {
+    const std::uint64_t reported = AskPurgeCallbacks(request);
     FoldPendingReleases();
-    while (freed < request && !freeBlocks_.empty()) freed += GiveBack(ChooseBlockToGiveBack(false));
-    if (freed == 0) return nullptr;
+    std::uint64_t freed = firstRound ? reported : 0;
+    std::uint64_t givenBack = 0;
+    while (freed < request && !freeBlocks_.empty()) {
+      const std::uint64_t bytes = GiveBack(ChooseBlockToGiveBack(false));
+      freed += bytes;
+      givenBack += bytes;
+    }
+    if (givenBack == 0 && !(firstRound && reported != 0)) return nullptr;
     if (void* pointer = ObtainFromPolicy(key, size)) return pointer;
   }
 }
@@ -342,12 +408,42 @@ std::uint64_t DynamicPool<P, L>::GiveBack(FreeBlock block) {
   if (block == freeBlocks_.end()) return 0;
   const AllocationKey key = block->first;
   void* pointer = block->second.pointer;
-  // Forgotten before it is freed: the pool never looks a freed pointer up.
-  liveBlocks_.erase(pointer);
   freeBlocks_.erase(block);
-  policy_.Free(pointer, key);
+  // Looked up before it is freed: the pool never compares a freed pointer.
+  const auto live = liveBlocks_.find(pointer);
+  if (!FreeThroughPolicy(pointer, key)) {
+    refusedFrees_.push_back(pointer);
+    return 0;
+  }
+  if (live != liveBlocks_.end()) liveBlocks_.erase(live);
   CountGivenBack(key.ByteSize());
   return key.ByteSize();
+}
+
+template <class P, class L>
+bool DynamicPool<P, L>::FreeThroughPolicy(void* pointer, const AllocationKey& key) {
+  if (policy_.Free(pointer, key)) return true;
+  if (trace_.Enabled()) WriteFreeFailureTrace(name_, key.ByteSize());
+  return false;
+}
+
+template <class P, class L>
+std::uint64_t DynamicPool<P, L>::RetryRefusedFrees() {
+  std::uint64_t freed = 0;
+  for (auto refused = refusedFrees_.begin(); refused != refusedFrees_.end();) {
+    const auto live = liveBlocks_.find(*refused);
+    if (live != liveBlocks_.end() && !FreeThroughPolicy(live->first, live->second.key)) {
+      ++refused;
+      continue;
+    }
+    if (live != liveBlocks_.end()) {
+      freed += live->second.key.ByteSize();
+      CountGivenBack(live->second.key.ByteSize());
+      liveBlocks_.erase(live);
+    }
+    refused = refusedFrees_.erase(refused);
+  }
+  return freed;
 }
 
 template <class P, class L>
@@ -375,7 +471,13 @@ std::uint64_t DynamicPool<P, L>::AskPurgeCallbacks(std::uint64_t bytes) {
       lastId = next->first;
       callback = next->second;
     }
-    const std::uint64_t released = callback(static_cast<std::size_t>(wanted));
+    // The callbacks are the host's code: whatever one throws stays here, and the next is still asked.
+    std::uint64_t released = 0;
+    try {
+      released = callback(static_cast<std::size_t>(wanted));
+    } catch (...) {
+      released = 0;
+    }
     freed += released;
     wanted -= std::min(released, wanted);
     if (wanted == 0) break;

@@ -1,7 +1,6 @@
 #include "Memory/MemoryManagers.h"
 
 #include <boost/make_shared.hpp>
-#include <exception>
 #include <utility>
 
 #include "Memory/CUDAMemoryPolicies.h"
@@ -24,7 +23,7 @@ boost::shared_ptr<PooledMemoryManager> Create(const char* name, std::size_t fram
         name, frameCacheLimit, lowMark, highMark, ordinal, std::forward<PolicyArgs>(policyArgs)...);
     manager->SetCommandQueue(queue);
     return manager;
-  } catch (const std::exception&) {
+  } catch (...) {
     return {};
   }
 }

@@ -39,9 +39,9 @@ PoolBlock OpenCLDeviceMemoryPoolManager::Allocate(const AllocationKey& key, std:
   return PoolBlock{memory, {}};
 }
 
-void OpenCLDeviceMemoryPoolManager::Free(void* pointer, const AllocationKey&) {
+bool OpenCLDeviceMemoryPoolManager::Free(void* pointer, const AllocationKey&) {
   const cl_int result = clReleaseMemObject(static_cast<cl_mem>(pointer));
-  static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Memory object release failure: "));
+  return LM_OPENCL_SUCCEEDED(result, "Memory object release failure: ");
 }
 
 PoolBlock OpenCLHostMemoryPoolManager::Allocate(const AllocationKey& key, std::size_t* allocatedBytes) {
@@ -53,8 +53,10 @@ PoolBlock OpenCLHostMemoryPoolManager::Allocate(const AllocationKey& key, std::s
   return PoolBlock{pointer, {}};
 }
 
-void OpenCLHostMemoryPoolManager::Free(void* pointer, const AllocationKey& key) {
+// The recycler takes every block back.
+bool OpenCLHostMemoryPoolManager::Free(void* pointer, const AllocationKey& key) {
   zelcore::utility::MemoryRecycler::Recycle(pointer, static_cast<std::size_t>(key.ByteSize()));
+  return true;
 }
 
 }  // namespace LM

@@ -25,7 +25,7 @@ class OpenCLDeviceMemoryPoolManager {
   explicit OpenCLDeviceMemoryPoolManager(cl_context context) : context_(context) {}
 
   PoolBlock Allocate(const AllocationKey& key, std::size_t* allocatedBytes);
-  void Free(void* pointer, const AllocationKey& key);
+  bool Free(void* pointer, const AllocationKey& key);
 
  private:
   cl_context context_;
@@ -36,7 +36,7 @@ class OpenCLDeviceMemoryPoolManager {
 class OpenCLHostMemoryPoolManager {
  public:
   PoolBlock Allocate(const AllocationKey& key, std::size_t* allocatedBytes);
-  void Free(void* pointer, const AllocationKey& key);
+  bool Free(void* pointer, const AllocationKey& key);
 };
 
 }  // namespace LM

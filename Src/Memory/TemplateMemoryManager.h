@@ -1,13 +1,12 @@
 // The memory manager of one device memory kind: a DynamicPool over an allocation policy, and the frame
 // cache of that memory, which the pool asks to give memory back before an allocation is declared failed.
-// The manager is what hosts reach through MemoryManager, so nothing it calls may throw past it: an
-// exception inside (an empty purge callback, exhausted memory for the pool's own bookkeeping) turns into
-// the call's failure value.
+// The manager is what hosts reach through MemoryManager, so nothing it calls may throw past it: any
+// exception inside (exhausted memory for the pool's own bookkeeping, whatever a host's code throws) turns
+// into the call's failure value.
 #pragma once
 
 #include <boost/bind/bind.hpp>
 #include <cstddef>
-#include <exception>
 #include <utility>
 
 #include "Memory/DynamicPool.h"
@@ -45,21 +44,21 @@ class TemplateMemoryManager final : public PooledMemoryManager {
   void Release(void* block, const boost::shared_ptr<Event>& readyEvent) override {
     try {
       pool_.Release(block, readyEvent);
-    } catch (const std::exception&) {
+    } catch (...) {
       // Only exhausted memory can end up here; the block then stays counted as in use.
     }
   }
   std::size_t Purge(std::size_t bytes) override {
     try {
       return pool_.Purge(bytes);
-    } catch (const std::exception&) {
+    } catch (...) {
       return 0;
     }
   }
   std::size_t GetUsedSize() override {
     try {
       return pool_.GetUsedSize();
-    } catch (const std::exception&) {
+    } catch (...) {
       return 0;
     }
   }
@@ -71,12 +70,18 @@ class TemplateMemoryManager final : public PooledMemoryManager {
   int AddPurgeCallback(const boost::function<std::size_t(std::size_t)>& callback) override {
     try {
       return pool_.AddPurgeCallback(callback);
-    } catch (const std::exception&) {
+    } catch (...) {
       return -1;
     }
   }
   // The flag is accepted for the interface's sake and has no effect: a callback is removed at once.
-  void RemovePurgeCallback(int id, bool) override { pool_.RemovePurgeCallback(id); }
+  void RemovePurgeCallback(int id, bool) override {
+    try {
+      pool_.RemovePurgeCallback(id);
+    } catch (...) {
+      // Only the lock can fail here; the callback then stays registered.
+    }
+  }
   FrameCache& GetFrameCache() override { return frameCache_; }
 
   void SetCommandQueue(const boost::weak_ptr<CommandQueue>& queue) override { pool_.SetCommandQueue(queue); }
@@ -87,7 +92,7 @@ class TemplateMemoryManager final : public PooledMemoryManager {
   void* AllocateGuarded(const AllocationKey& key, std::size_t* allocatedBytes) {
     try {
       return pool_.Allocate(key, allocatedBytes);
-    } catch (const std::exception&) {
+    } catch (...) {
       return nullptr;
     }
   }

@@ -29,9 +29,16 @@ CUDAEvent::~CUDAEvent() {
   static_cast<void>(LM_CUDA_SUCCEEDED(result, "Event destruction failure: "));
 }
 
+// A query that fails (the work behind the event failed, or the event is gone) will not succeed later: the
+// event counts as complete, so that nobody waits for it for ever, and the failure is reported once, since a
+// completed event is never queried again.
 bool CUDAEvent::IsComplete() {
-  if (!complete_ && event_ != nullptr && CUDA.cuEventQuery(event_) == CUDA_SUCCESS) complete_ = true;
-  return complete_;
+  if (complete_ || event_ == nullptr) return complete_;
+  const CUresult result = CUDA.cuEventQuery(event_);
+  if (result == CUDA_ERROR_NOT_READY) return false;
+  complete_ = true;
+  static_cast<void>(LM_CUDA_SUCCEEDED(result, "Event query failure: "));
+  return true;
 }
 
 void CUDAEvent::Wait() {
@@ -123,8 +130,14 @@ boost::shared_ptr<Event> CUDACommandQueue::RecordEvent() {
   return events_->Acquire(mainStream_);
 }
 
+// A driver bound through the legacy interface has no cuStreamWaitEvent: the calling thread then waits for
+// the event itself, which orders later work just as well, at the cost of blocking.
 void CUDACommandQueue::WaitForEvent(const boost::shared_ptr<Event>& event) {
   if (!event || event->IsComplete()) return;
+  if (CUDA.cuStreamWaitEvent == nullptr) {
+    event->Wait();
+    return;
+  }
   const CUresult result =
       CUDA.cuStreamWaitEvent(mainStream_, static_cast<CUevent>(event->GetNativeEvent()), 0);
   static_cast<void>(LM_CUDA_SUCCEEDED(result, "Stream wait failure: "));
@@ -154,9 +167,10 @@ int CUDACommandQueue::CopyDeviceToHost(const void* device, void* host, std::size
                                        boost::shared_ptr<Event>* done, bool onMainStream) {
   if (done != nullptr) done->reset();
   // Off the main stream the copy waits on the copy stream for everything queued so far, so the read-back
-  // overlaps later work on the main stream.
+  // overlaps later work on the main stream. Without cuStreamWaitEvent (the legacy interface) it stays on
+  // the main stream, which orders it after the queued work by itself.
   CUstream stream = mainStream_;
-  if (!onMainStream && done != nullptr) {
+  if (!onMainStream && done != nullptr && CUDA.cuStreamWaitEvent != nullptr) {
     const boost::shared_ptr<Event> queued = events_->Acquire(mainStream_);
     if (!queued) return kResultFailed;
     const CUresult result =

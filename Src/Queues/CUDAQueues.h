@@ -6,6 +6,7 @@
 #include <OXR/CriticalSection.h>
 
 #include <boost/enable_shared_from_this.hpp>
+#include <boost/weak_ptr.hpp>
 #include <vector>
 
 #include "Lumora/Queues.h"
@@ -69,6 +70,8 @@ class CUDACommandQueue : public CommandQueue {
   // Whether all three streams were created.
   bool Valid() const { return mainStream_ != nullptr && secondStream_ != nullptr && copyStream_ != nullptr; }
   CUstream SecondStream() const { return secondStream_; }
+  // Alive while the queue or any event it handed out is: what outlives the queue in its context.
+  boost::weak_ptr<void> EventsInUse() const { return events_; }
   CUstream CopyStream() const { return copyStream_; }
 
   void* GetNativeQueue() override { return mainStream_; }

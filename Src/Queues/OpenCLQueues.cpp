@@ -27,22 +27,26 @@ OpenCLEvent::~OpenCLEvent() {
   static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Event release failure: "));
 }
 
+// A command that ended with an error (a negative status) has ended too. A query that fails will not
+// succeed later: the event counts as complete, and the failure is reported once, since a completed event
+// is never queried again.
 bool OpenCLEvent::IsComplete() {
   if (complete_ || event_ == nullptr) return true;
   cl_int status = CL_QUEUED;
-  if (clGetEventInfo(event_, CL_EVENT_COMMAND_EXECUTION_STATUS, sizeof status, &status, nullptr) ==
-          CL_SUCCESS &&
-      status <= CL_COMPLETE) {
-    complete_ = true;
-  }
-  return complete_;
+  const cl_int result =
+      clGetEventInfo(event_, CL_EVENT_COMMAND_EXECUTION_STATUS, sizeof status, &status, nullptr);
+  if (result == CL_SUCCESS && status > CL_COMPLETE) return false;
+  complete_ = true;
+  static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Event query failure: "));
+  return true;
 }
 
 void OpenCLEvent::Wait() {
   if (IsComplete()) return;
-  // clWaitForEvents also fails when the command ended with an error; either way it has ended.
-  clWaitForEvents(1, &event_);
+  // Either way the command has ended; a failure is reported, since it means the work behind it failed.
+  const cl_int result = clWaitForEvents(1, &event_);
   complete_ = true;
+  static_cast<void>(LM_OPENCL_SUCCEEDED(result, "Event wait failure: "));
 }
 
 float OpenCLEvent::ElapsedTime(const boost::shared_ptr<Event>& later) {

@@ -78,7 +78,8 @@ constexpr cl_int kOpenCLRuntimeUnavailable = -1001;
   X(cl_int, clGetImageInfo,                                                                                    \
     (cl_mem image, cl_image_info param_name, size_t param_value_size, void* param_value,                       \
      size_t* param_value_size_ret),                                                                            \
-    (image, param_name, param_value_size, param_value, param_value_size_ret))
+    (image, param_name, param_value_size, param_value, param_value_size_ret))                                  \
+  X(cl_int, clReleaseKernel, (cl_kernel kernel), (kernel))
 // clang-format on
 
 // Entry points that return an object and report their status through errcode_ret.

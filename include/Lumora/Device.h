@@ -104,6 +104,8 @@ class LM_API Device {
   Device(DeviceFramework framework, unsigned int frameworkIndex, unsigned int registryIndex,
          DeviceImpl* impl);
   void RefreshKernelRecords();
+  void ReleaseAccess(bool refreshRecords);
+  void* LoadModuleNamed(std::string name);
 
   bool qualified_ = false;
   unsigned int frameworkIndex_;

@@ -1,6 +1,7 @@
 // The CUDA queue and its event pool against the fake driver: which driver calls each operation makes, on
 // which stream, how events are recycled, and how failures become result codes.
 #include <gtest/gtest.h>
+#include <zelcore/Debug.h>
 
 #include <thread>
 #include <vector>
@@ -92,6 +93,21 @@ TEST_F(CUDAQueues, ACompletedEventNeverAsksTheDriverAgain) {
   event->Wait();
   EXPECT_EQ(fake_->fakecuda_CallCount("cuEventQuery"), 2u);
   EXPECT_EQ(fake_->fakecuda_CallCount("cuEventSynchronize"), 0u);
+}
+
+// A failed query will not succeed later: nobody may wait for such an event for ever.
+TEST_F(CUDAQueues, AnEventWhoseQueryFailsCountsAsCompleteAndReportsOnce) {
+  zelcore::debug::SetAssertionOutputQuiet(true);
+  fake_->fakecuda_SetEventsComplete(0);
+  boost::shared_ptr<LM::Event> event = queue_->RecordEvent();
+  fake_->fakecuda_SetFailure("cuEventQuery", CUDA_ERROR_LAUNCH_FAILED, 0, kFakeCUDAFailForever);
+  const unsigned reports = zelcore::debug::AssertionReportCount();
+  EXPECT_TRUE(event->IsComplete());
+  EXPECT_TRUE(event->IsComplete());
+  EXPECT_EQ(zelcore::debug::AssertionReportCount(), reports + 1);
+  EXPECT_NE(zelcore::debug::LastAssertionReport().find("Event query failure: CUDA_ERROR_LAUNCH_FAILED"),
+            std::string::npos);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuEventQuery"), 1u);
 }
 
 TEST_F(CUDAQueues, WaitingForACompleteEventIssuesNothing) {

@@ -8,10 +8,13 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 #include "ExecutableFolder.h"
 #include "FakeDriverBinding.h"
 #include "Lumora/Device.h"
+#include "Lumora/Lifecycle.h"
+#include "Lumora/Results.h"
 
 namespace {
 
@@ -132,6 +135,47 @@ TEST_F(CUDADevice, ExclusiveAccessIsRecursiveAndBlocksOtherThreadsUntilTheOuterm
   EXPECT_EQ(fake_->fakecuda_CallCount("cuCtxPopCurrent"), 3u);
 }
 
+// A release from a thread that does not hold the device would let a third thread in while the owner works.
+TEST_F(CUDADevice, OnlyTheOwnerMayReleaseExclusiveAccess) {
+  boost::shared_ptr<LM::Device> device = Make();
+  device->InitializeContext();
+  device->AcquireExclusiveAccess();
+  const unsigned reports = zelcore::debug::AssertionReportCount();
+  std::thread([&device] { device->ReleaseExclusiveAccess(); }).join();
+  EXPECT_EQ(zelcore::debug::AssertionReportCount(), reports + 1);
+  EXPECT_NE(zelcore::debug::LastAssertionReport().find("released by a thread that does not hold it"),
+            std::string::npos);
+
+  std::atomic<bool> acquired{false};
+  std::thread third([&] {
+    const LM::ExclusiveAccess access(*device);
+    acquired = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(acquired) << "the owner still holds the device";
+  EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 1);
+  device->ReleaseExclusiveAccess();
+  third.join();
+  EXPECT_TRUE(acquired);
+}
+
+// A push that failed pushed nothing: its release must not pop the context the host had current.
+TEST_F(CUDADevice, AFailedPushIsNotFollowedByAPop) {
+  boost::shared_ptr<LM::Device> device = Make();
+  device->InitializeContext();
+  const CurrentFakeContext hostContext;
+  fake_->fakecuda_ClearCallLog();
+  fake_->fakecuda_SetFailure("cuCtxPushCurrent", CUDA_ERROR_INVALID_CONTEXT, 0, 1);
+  {
+    const LM::ExclusiveAccess outer(*device);
+    EXPECT_NE(zelcore::debug::LastAssertionReport().find("Context push failure"), std::string::npos);
+    const LM::ExclusiveAccess inner(*device);
+    EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 2) << "the host's and the inner level's";
+  }
+  EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 1) << "the host's context is still current";
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuCtxPopCurrent"), 1u);
+}
+
 TEST_F(CUDADevice, EachDeviceHasItsOwnNamedExecutor) {
   boost::shared_ptr<LM::Device> first = Make("First");
   boost::shared_ptr<LM::Device> second = Make("Second");
@@ -161,6 +205,32 @@ TEST_F(CUDADevice, AProfilingSwitchChangeReinitialisesAStartedDevice) {
   EXPECT_NE(device->GetContextIdentity(), identity);
   EXPECT_EQ(fake_->fakecuda_CallCount("cuCtxSynchronize"), 1u) << "the old context finished its work first";
   EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 0);
+}
+
+// A context replaced by a re-initialisation goes as soon as nothing handed out from it is in use.
+TEST_F(CUDADevice, ReplacedContextsDoNotAccumulate) {
+  boost::shared_ptr<LM::Device> device = Make();
+  device->InitializeContext();
+  zelcore::debug::DebugDatabase& database = zelcore::debug::DebugDatabase::Instance();
+  database.Set("EnableDogEars", "1");
+  const auto reinitialise = [&](int i) {
+    database.Set("LM.ProfileKernels", i % 2 == 0 ? "1" : "0");
+    device->ResetDebugFlags();
+  };
+  void* held = nullptr;
+  {
+    const LM::ExclusiveAccess access(*device);
+    held = device->GetDeviceMemory()->Allocate(1 << 20, nullptr);
+  }
+  reinitialise(0);
+  EXPECT_EQ(fake_->fakecuda_LiveContexts(), 2u) << "a block of the first context is still out";
+  {
+    const LM::ExclusiveAccess access(*device);
+    device->GetDeviceMemory()->Release(held, boost::shared_ptr<LM::Event>());
+  }
+  for (int i = 1; i < 5; ++i) reinitialise(i);
+  EXPECT_EQ(device->GetContextGeneration(), 6u);
+  EXPECT_EQ(fake_->fakecuda_LiveContexts(), 1u);
 }
 
 TEST_F(CUDADevice, ModulesAreFoundByTheirSourcesBaseNameAndLoadedOnce) {
@@ -210,6 +280,40 @@ TEST_F(CUDADevice, TheLastReferenceReleasesTheContextAndWhatLivesInIt) {
   EXPECT_EQ(fake_->fakecuda_CallCount("cuCtxDestroy"), 1u);
   EXPECT_EQ(fake_->fakecuda_CallCount("cuStreamDestroy"), 3u);
   EXPECT_EQ(fake_->fakecuda_CurrentContextDepth(), 0);
+}
+
+// After a transient cuInit failure, start-up binds the legacy interface, which has no cuStreamWaitEvent;
+// a driver older than 2.1 lacks cuModuleLoadDataEx as well. Nothing may call an unbound slot: the queue
+// waits on the host instead, a read-back stays on the main stream, a module loads with default options.
+TEST(LegacyDriver, AStartUpAfterATransientInitFailureCallsNoUnboundEntryPoint) {
+  ExecutableFolder folder;
+  folder.Write("PTX/Probe_NVIDIA.ptx",
+               ".version 6.4\n.target sm_75\n.address_size 64\n.visible .entry Probe()\n{\n\tret;\n}\n");
+  LM::CUDADriverLibraryName = FAKECUDA_PATH;
+  FakeCUDA fake(FAKECUDA_PATH);
+  zelcore::debug::SetAssertionOutputQuiet(true);
+  fake.fakecuda_SetFailure("cuInit", CUDA_ERROR_NOT_INITIALIZED, 0, 1);
+  LM::Initialize(true);
+  ASSERT_EQ(LM::CUDA.cuStreamWaitEvent, nullptr);
+  boost::shared_ptr<LM::Device> device = LM::GetPrimaryDevice(LM::kDeviceFramework_CUDA);
+  ASSERT_TRUE(device && device->WaitForContext());
+  {
+    const LM::ExclusiveAccess access(*device);
+    LM::CUDA.cuModuleLoadDataEx = nullptr;
+    EXPECT_NE(device->FindModule("Probe"), nullptr);
+    EXPECT_EQ(fake.fakecuda_CallCount("cuModuleLoadData"), 1u);
+
+    const boost::shared_ptr<LM::CommandQueue> queue = device->GetCommandQueue();
+    fake.fakecuda_SetEventsComplete(0);
+    const boost::shared_ptr<LM::Event> pending = queue->RecordEvent();
+    queue->WaitForEvent(pending);
+    EXPECT_TRUE(pending->IsComplete()) << "waited for on the host";
+    std::vector<unsigned char> source(64, 7), target(64, 0);
+    boost::shared_ptr<LM::Event> done;
+    EXPECT_EQ(queue->CopyDeviceToHost(source.data(), target.data(), 64, &done, false), LM::kResultSuccess);
+    EXPECT_EQ(target, source);
+  }
+  LM::Terminate();
 }
 
 }  // namespace

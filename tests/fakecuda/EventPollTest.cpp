@@ -1,19 +1,23 @@
 // Event polling: callbacks run on the device's executor in a later pass, in order, and the poll re-arms
 // itself while events remain. A hand-driven executor makes every pass observable.
 #include <gtest/gtest.h>
+#include <zelcore/Debug.h>
 #include <zelcore/Threads.h>
 
 #include <atomic>
 #include <boost/make_shared.hpp>
+#include <boost/weak_ptr.hpp>
 #include <chrono>
 #include <deque>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include "ExecutableFolder.h"
 #include "FakeDriverBinding.h"
 #include "Lumora/Device.h"
 #include "Lumora/EventPoll.h"
+#include "Lumora/Lifecycle.h"
 
 namespace {
 
@@ -120,11 +124,15 @@ TEST_F(EventPoll, APassThatFindsNothingCompleteKeepsTheListAndQueuesItselfAgain)
   EXPECT_EQ(order, (std::vector<int>{2, 1}));
 }
 
-TEST_F(EventPoll, AnEmptyEventCountsAsCompleteAndTheHostMayPollDirectly) {
+// Whatever a callback throws stays in the library: the rest of the pass still runs.
+TEST_F(EventPoll, AnEmptyEventCountsAsCompleteAndAThrowingCallbackStopsNothing) {
+  zelcore::debug::SetAssertionOutputQuiet(true);
   int runs = 0;
+  LM::AddEventPoll(device_, boost::shared_ptr<LM::Event>(), [] { throw 42; });
   LM::AddEventPoll(device_, boost::shared_ptr<LM::Event>(), [&runs] { ++runs; });
-  LM::ServiceEventPoll(device_);
+  EXPECT_NO_THROW(LM::ServiceEventPoll(device_));
   EXPECT_EQ(runs, 1);
+  EXPECT_NE(zelcore::debug::LastAssertionReport().find("An event poll callback threw"), std::string::npos);
 }
 
 TEST_F(EventPoll, DevicesPollIndependently) {
@@ -145,6 +153,35 @@ TEST_F(EventPoll, DevicesPollIndependently) {
   EXPECT_FALSE(slowRan);
   never->complete = true;
   EXPECT_TRUE(await(slowRan));
+}
+
+// Shut-down finishes the device's work, runs the callbacks of completed events and releases the others
+// unrun, before the context goes: no later pass polls an event of a destroyed context.
+TEST(EventPollAtShutDown, PendingPollsAreCompletedOrDroppedBeforeTheContextGoes) {
+  ExecutableFolder folder;
+  auto fake = BindFakeDriver();
+  zelcore::debug::SetAssertionOutputQuiet(true);
+  LM::Initialize(true);
+  auto executor = boost::make_shared<ManualExecutor>();
+  bool ran = false;
+  boost::weak_ptr<int> released;
+  {
+    boost::shared_ptr<LM::Device> device = LM::GetDevice(0);
+    ASSERT_TRUE(device && device->WaitForContext());
+    device->SetExecutor(executor);
+    const LM::ExclusiveAccess access(*device);
+    LM::AddEventPoll(device, device->GetCommandQueue()->RecordEvent(), [&ran] { ran = true; });
+    fake->fakecuda_SetEventsComplete(0);
+    auto held = boost::make_shared<int>(0);
+    released = held;
+    LM::AddEventPoll(device, device->GetCommandQueue()->RecordEvent(), [held] {});
+  }
+  LM::Terminate();
+  EXPECT_TRUE(ran);
+  EXPECT_TRUE(released.expired()) << "the callback of the event that never completed was released";
+  fake->fakecuda_ClearCallLog();
+  executor->RunPass();
+  EXPECT_EQ(fake->fakecuda_CallCount("cuEventQuery"), 0u);
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <zelcore/Debug.h>
 
+#include <chrono>
 #include <cstring>
+#include <future>
 
 #include "ExecutableFolder.h"
 #include "FakeDriverBinding.h"
@@ -140,6 +142,23 @@ TEST_F(Lifecycle, AnUpdatedDriverIsRequiredOnlyForAListedCardHeldBackByItsDriver
   LM::Initialize(false);
   EXPECT_FALSE(LM::RequiresUpdatedDriver()) << "the listed card is held back by nothing";
   LM::Terminate();
+}
+
+// Shut-down calls host code (here a purge callback), which must be free to call into the library from any
+// thread: the library lock is not held meanwhile.
+TEST_F(Lifecycle, ShutDownRunsHostCallbacksWithoutTheLibraryLock) {
+  fake_->fakecuda_AddDevice("Fit", 7, 5, 8 * kGiB);
+  LM::Initialize(true);
+  ASSERT_TRUE(LM::GetDevice(0)->WaitForContext());
+  bool otherThreadGotIn = false;
+  LM::GetDevice(0)->GetDeviceMemory()->AddPurgeCallback([&otherThreadGotIn](std::size_t) -> std::size_t {
+    auto other =
+        std::async(std::launch::async, [] { return LM::HasRegisteredMatchName(zelcore::Wide("x")); });
+    otherThreadGotIn = other.wait_for(std::chrono::seconds(2)) == std::future_status::ready;
+    return 0;
+  });
+  LM::Terminate();
+  EXPECT_TRUE(otherThreadGotIn);
 }
 
 TEST_F(Lifecycle, MatchNamesAreExactAndClearedByTheLastTerminate) {

@@ -43,6 +43,7 @@ TEST(MemoryPolicyCUDA, HostMemoryIsPageLockedWithoutFlags) {
   const Args args = ArgsOfOnlyCall(*fake, "cuMemHostAlloc");
   ASSERT_EQ(args.size(), 3u);
   EXPECT_EQ(Args(args.begin() + 1, args.end()), (Args{3 * kMiB, 0})) << "the size and no flags";
+  manager->Release(block, {});
   manager.reset();
   EXPECT_EQ(ArgsOfOnlyCall(*fake, "cuMemFreeHost"), Args{reinterpret_cast<std::uintptr_t>(block)});
   EXPECT_EQ(fake->fakecuda_LiveHostAllocations(), 0u);

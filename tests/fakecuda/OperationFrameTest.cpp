@@ -209,6 +209,22 @@ TEST_F(CUDAOperationsWithoutFills, AMissingModuleFailsEveryCallUntilTheContextIs
   EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleGetFunction"), 1u);
 }
 
+// Shutting down without a full release unloads the modules but keeps the context: the next operation must
+// load its module again rather than launch a kernel of the unloaded one.
+TEST_F(CUDAOperations, AfterModulesAreUnloadedTheNextOperationLoadsItsModuleAgain) {
+  const LM::float4 color = {0.0f, 0.0f, 0.0f, 1.0f};
+  const auto fill = [this, &color] {
+    return LM::FillWithColor(device_, buffer_, 64, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 1, 1, color);
+  };
+  ASSERT_EQ(fill(), LM::kResultSuccess);
+  access_.reset();
+  device_->ShutDown(false);
+  access_.emplace(*device_);
+  EXPECT_EQ(fill(), LM::kResultSuccess);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuModuleLoadDataEx"), 2u);
+  EXPECT_EQ(fake_->fakecuda_LaunchCount(), 2u);
+}
+
 TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
   LM::Texture texture = LM::LoadTexture(device_, "TextureProbe", "inProbeTexture", CU_TR_ADDRESS_MODE_CLAMP,
                                         CU_TR_FILTER_MODE_POINT, LM::kPixelFormat_GPU_BGRA_4444_16f);

@@ -2,6 +2,7 @@
 // (tests/devices) stands on: a program registered after start-up, the device suite through the host's
 // suite registry, and shut-down.
 #include <TQ/Suites.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <zelcore/Debug.h>
 
@@ -148,6 +149,43 @@ TEST_F(OpenCLStartUp, AnEventPollFiresAfterARealMarkerCompletes) {
   for (int i = 0; i < 1000 && !fired; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   EXPECT_TRUE(fired);
   EXPECT_TRUE(marker->IsComplete());
+}
+
+// A kernel holds its program and a program its context: kernels left behind by re-initialisations would
+// show as references on the context, which re-initialisation keeps on OpenCL.
+TEST_F(OpenCLStartUp, ReinitialisingLeavesNoKernelBehind) {
+  ASSERT_TRUE(device_ && device_->WaitForContext());
+  const auto references = [this] {
+    cl_uint count = 0;
+    const auto info = reinterpret_cast<decltype(&clGetContextInfo)>(
+        dlsym(dlopen("libOpenCL.so.1", RTLD_NOW | RTLD_NOLOAD), "clGetContextInfo"));
+    info(static_cast<cl_context>(device_->GetContextHandle()), CL_CONTEXT_REFERENCE_COUNT, sizeof count,
+         &count, nullptr);
+    return count;
+  };
+  zelcore::debug::DebugDatabase& database = zelcore::debug::DebugDatabase::Instance();
+  database.Set("EnableDogEars", "1");
+  void* buffer = nullptr;
+  cl_uint before = 0;
+  for (int i = 0; i < 4; ++i) {
+    {
+      const LM::ExclusiveAccess access(*device_);
+      if (buffer == nullptr) buffer = device_->GetDeviceMemory()->Allocate(4096, nullptr);
+      ASSERT_EQ(LM::FillWithColor(device_, buffer, 256, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0, 4, 4,
+                                  LM::float4{0.0f, 0.0f, 0.0f, 1.0f}),
+                LM::kResultSuccess);
+      ASSERT_EQ(clFinish(static_cast<cl_command_queue>(device_->GetCommandQueue()->GetNativeQueue())),
+                CL_SUCCESS);
+    }
+    if (i == 0) before = references();
+    database.Set("LM.ProfileKernels", i % 2 == 0 ? "1" : "0");
+    device_->ResetDebugFlags();
+  }
+  EXPECT_EQ(references(), before);
+  database.Remove("LM.ProfileKernels");
+  database.Remove("EnableDogEars");
+  const LM::ExclusiveAccess access(*device_);
+  device_->GetDeviceMemory()->Release(buffer, boost::shared_ptr<LM::Event>());
 }
 
 }  // namespace

@@ -118,17 +118,79 @@ TEST(MemoryPoolPressure, AFailureWithNothingToPurgeChangesNothingAndTracesOneLin
   zelcore::trace::SetTraceSink({});
 }
 
-TEST(MemoryPoolPressure, TheManagerNeverThrowsAndGivesEveryBlockBackWhenItGoes) {
+// A callback that keeps claiming progress without freeing anything gets one retry, not an endless loop.
+TEST(MemoryPoolPressure, RetriesEndWhenARoundGivesNoDriverMemoryBack) {
+  DriverScript driver;
+  ScriptedPool pool("device", 1024 * kMB, 2048 * kMB, &driver);
+  AllocateAndRelease(pool, {1});
+  driver.capacity = 0;
+  int calls = 0;
+  pool.AddPurgeCallback([&calls](std::size_t wanted) -> std::size_t { return ++calls < 1000 ? wanted : 0; });
+  EXPECT_EQ(AllocateBytes(pool, 4 * kMB), nullptr);
+  EXPECT_LE(calls, 3) << "asked again only after a round that gave driver memory back";
+  EXPECT_EQ(driver.freedSizes, MB({1}));
+}
+
+struct TraceLines {
+  TraceLines() {
+    zelcore::trace::SetTraceSink([this](const std::string& line) { lines.push_back(line); });
+    zelcore::trace::SetTraceCategories("Lumora");
+  }
+  ~TraceLines() { zelcore::trace::SetTraceSink({}); }
+  std::vector<std::string> lines;
+};
+
+bool Contains(const std::vector<std::string>& lines, const std::string& text) {
+  for (const std::string& line : lines) {
+    if (line.find(text) != std::string::npos) return true;
+  }
+  return false;
+}
+
+// Whatever a host's callback throws stays inside: the other callbacks are still asked.
+TEST(MemoryPoolPressure, TheManagerNeverThrowsWhateverACallbackThrows) {
   DriverScript driver;
   auto manager =
       std::make_unique<LM::TemplateMemoryManager<ScriptedPolicy>>("device", 0, kMB, 2 * kMB, 0, &driver);
-  manager->Allocate(1920, 1080, LM::kPixelFormat_GPU_BGRA_4444_16f, nullptr);
   manager->Release(manager->Allocate(kMB, nullptr), MakeEvent(false));
   driver.capacity = 0;
-  manager->AddPurgeCallback({});  // throws boost::bad_function_call inside the pool
-  EXPECT_EQ(manager->Allocate(4 * kMB, nullptr), nullptr);
-  EXPECT_EQ(manager->Purge(kMB), 0u);
+  int asked = 0;
+  manager->AddPurgeCallback({});  // throws boost::bad_function_call
+  manager->AddPurgeCallback([](std::size_t) -> std::size_t { throw 42; });
+  manager->AddPurgeCallback([&asked](std::size_t) -> std::size_t { return ++asked, 0; });
+  EXPECT_NO_THROW(EXPECT_EQ(manager->Allocate(4 * kMB, nullptr), nullptr));
+  EXPECT_NO_THROW(EXPECT_EQ(manager->Purge(kMB), 0u));
+  EXPECT_EQ(asked, 2);
+}
+
+// Freed memory under live GPU work is a crash; a leak until the context goes is not.
+TEST(MemoryPoolPressure, APoolThatDiesKeepsTheBlocksCallersHoldAndSaysSo) {
+  TraceLines trace;
+  DriverScript driver;
+  auto manager =
+      std::make_unique<LM::TemplateMemoryManager<ScriptedPolicy>>("device", 0, kMB, 2 * kMB, 0, &driver);
+  void* held = manager->Allocate(1920, 1080, LM::kPixelFormat_GPU_BGRA_4444_16f, nullptr);
+  manager->Allocate(kMB, nullptr);
+  manager->Release(manager->Allocate(kMB, nullptr), MakeEvent(false));
   manager.reset();
+  EXPECT_EQ(driver.freedSizes, MB({1})) << "only the free block";
+  EXPECT_EQ(driver.live.count(held), 1u);
+  ASSERT_EQ(trace.lines.size(), 1u);
+  EXPECT_TRUE(Contains(trace.lines, "device pool destroyed with 2 blocks (16mb) still in use"));
+}
+
+// The block stays the pool's until the driver takes it: the next purge tries again.
+TEST(MemoryPoolPressure, AFreeTheDriverRefusesIsTracedAndTriedAgain) {
+  TraceLines trace;
+  DriverScript driver;
+  ScriptedPool pool("host", 0, 2048 * kMB, &driver);
+  driver.refuseFrees = true;
+  AllocateAndRelease(pool, {3});
+  EXPECT_EQ(pool.Purge(3 * kMB), 0u);
+  EXPECT_TRUE(Contains(trace.lines, "Unable to free host memory of size: 3mb"));
+  EXPECT_EQ(Statistics(pool), (std::array<std::size_t, 4>{3 * kMB, 0, 1, 0}));
+  driver.refuseFrees = false;
+  EXPECT_EQ(pool.Purge(3 * kMB), 3 * kMB);
   EXPECT_TRUE(driver.live.empty());
 }
 

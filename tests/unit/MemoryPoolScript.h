@@ -21,6 +21,7 @@ struct DriverScript {
   std::vector<std::uint64_t> freedSizes;   // byte sizes given back, in order
   std::map<void*, std::uint64_t> live;     // blocks out, by address
   std::uint64_t capacity = ~std::uint64_t(0);
+  bool refuseFrees = false;
   std::uintptr_t nextAddress = 0x100000;
 };
 
@@ -38,9 +39,11 @@ class ScriptedPolicy {
     *allocatedBytes = static_cast<std::size_t>(bytes);
     return LM::PoolBlock{pointer, {}};
   }
-  void Free(void* pointer, const LM::AllocationKey& key) {
+  bool Free(void* pointer, const LM::AllocationKey& key) {
+    if (script_->refuseFrees) return false;
     script_->freedSizes.push_back(key.ByteSize());
     script_->live.erase(pointer);
+    return true;
   }
 
  private:

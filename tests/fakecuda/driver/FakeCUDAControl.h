@@ -1,7 +1,8 @@
 // The control library of the fake CUDA driver, for the tests and the benchmarks. The driver is a shared
 // library that exports the driver's entry points, reports configurable devices, hands out host memory as
 // device memory, loads PTX text and knows the kernels and textures it declares, records every call with its
-// arguments, and fails any entry point on demand.
+// arguments, fails any entry point on demand (by name, or the Nth call of any name: fakecuda_SetFailureAt,
+// counted from the moment it is set), and counts what is alive.
 //
 // Tests point the library at a fake driver file through LM::CUDADriverLibraryName and reach the same
 // loaded instance through FakeCUDA, which resolves the control functions below from that file. Variants of
@@ -37,6 +38,8 @@ struct FakeCUDALaunch {
   X(void, fakecuda_SetDeviceAttribute, (int ordinal, int attribute, int value))                       \
   X(void, fakecuda_SetFailure, (const char* name, int result, int skip, int count))                   \
   X(void, fakecuda_ClearFailures, (void))                                                             \
+  X(void, fakecuda_SetFailureAt, (unsigned long long index, int result))                              \
+  X(unsigned long long, fakecuda_CallsMade, (void))                                                   \
   X(unsigned long long, fakecuda_CallCount, (const char* name))                                       \
   X(unsigned long long, fakecuda_CallLogSize, (void))                                                 \
   X(const char*, fakecuda_CallName, (unsigned long long index))                                       \
@@ -51,6 +54,10 @@ struct FakeCUDALaunch {
   X(unsigned long long, fakecuda_LaunchCount, (void))                                                 \
   X(int, fakecuda_GetLaunch, (unsigned long long index, FakeCUDALaunch* launch))                      \
   X(int, fakecuda_CurrentContextDepth, (void))                                                        \
+  X(int, fakecuda_TotalContextDepth, (void))                                                          \
+  X(unsigned long long, fakecuda_LiveContexts, (void))                                                \
+  X(unsigned long long, fakecuda_LiveModules, (void))                                                 \
+  X(unsigned long long, fakecuda_LiveStreams, (void))                                                 \
   X(void, fakecuda_SetRecording, (int recording))                                                     \
   X(int, fakecuda_LastTextureBinding,                                                                 \
     (unsigned long long* width, unsigned long long* height, int* format, unsigned* channels,           \

@@ -1,8 +1,10 @@
 // The fake driver's state and the behaviour of the entry points it models. It refuses what the real driver
 // refuses where a host/kernel mismatch would otherwise pass unseen: it knows only the kernels and textures
 // that a loaded PTX module declares, checks parameter sizes and alignment against the kernel's parameter
-// list, refuses a module of a newer PTX ISA version than the driver's, a launch without a block shape, and
-// a texture bound at an address or pitch that the device's alignments do not allow.
+// list, refuses a module of a newer PTX ISA version than the driver's, a launch without a block shape, a
+// texture bound at an address or pitch that the device's alignments do not allow, and any use of a kernel
+// or texture of a module that was unloaded. It counts the contexts, modules, streams and events that are
+// alive, and the contexts current on every thread, so tests can see what was left behind.
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -37,12 +39,22 @@ struct Failure {
   int count;  // kFakeCUDAFailForever: every call after the skipped ones
 };
 
+// Fails one call by its position among all calls made since it was set, whatever the entry point.
+struct FailureAt {
+  bool armed = false;
+  unsigned long long remaining = 0;  // calls to let through before the failing one
+  CUresult result = CUDA_SUCCESS;
+};
+
 struct Call {
   std::string name;
   std::vector<std::uint64_t> args;
 };
 
+struct Module;
+
 struct Function {
+  const Module* module;  // the module that declares it
   std::string name;
   unsigned parameterBytes = 0;  // what cuParamSetSize must be given
   // For each byte of the parameters, whether a value may start there: inside a parameter, at a multiple of
@@ -54,17 +66,22 @@ struct Function {
 };
 
 struct Texture {
+  const Module* module;
   CUdevice device;     // whose alignments a binding must meet
   bool bound = false;  // once bound, its format can no longer be set
 };
 
 struct Module {
+  // Cleared by cuModuleUnload; the module's memory is kept, so that a stale handle is refused rather than
+  // read after it was freed.
+  bool loaded = true;
   std::map<std::string, std::unique_ptr<Function>, std::less<>> functions;
   std::map<std::string, std::unique_ptr<Texture>, std::less<>> textures;
 };
 
 struct Event {
   bool complete;
+  CUcontext context;  // current at creation; destroyed with it
 };
 
 constexpr std::size_t kAlignment = 256;
@@ -74,6 +91,8 @@ struct State {
   int driverVersion = 12000;
   std::vector<Device> devices;
   std::map<std::string, Failure, std::less<>> failures;
+  FailureAt failureAt;
+  unsigned long long callsMade = 0;  // every call, whether recorded or not
   std::vector<Call> calls;
   std::map<std::string, unsigned long long> counts;
   std::map<std::uintptr_t, std::size_t> deviceAllocations;
@@ -83,9 +102,11 @@ struct State {
   std::vector<FakeCUDALaunch> launches;
   // Off: calls and launches are not logged (and the fake allocates nothing per call), for benchmarks.
   bool recording = true;
-  void UpdateIdle() { idle = !recording && failures.empty(); }
+  void UpdateIdle() { idle = !recording && failures.empty() && !failureAt.armed; }
   bool eventsComplete = true;
-  std::map<CUcontext, CUdevice> contextDevices;
+  std::map<CUcontext, CUdevice> contextDevices;  // the live contexts
+  std::map<CUstream, CUcontext> streams;         // the live streams, with the context current at creation
+  int currentDepth = 0;                          // contexts current, summed over all threads
   std::map<CUevent, std::unique_ptr<Event>> events;
   std::vector<std::unique_ptr<Module>> modules;
   std::uintptr_t nextHandle = 0x1000;
@@ -101,6 +122,8 @@ struct State {
     driverVersion = 12000;
     devices.assign(1, Device{"Lumora Fake GPU", 7, 5, 8ull << 30, {}});
     failures.clear();
+    failureAt = FailureAt();
+    callsMade = 0;
     calls.clear();
     counts.clear();
     for (auto& allocation : deviceAllocations) std::free(reinterpret_cast<void*>(allocation.first));
@@ -114,6 +137,7 @@ struct State {
     idle = false;
     eventsComplete = true;
     contextDevices.clear();
+    streams.clear();
     events.clear();
     modules.clear();
     textureBound = false;
@@ -171,8 +195,13 @@ CUresult AllocateHost(void** pointer, std::size_t bytes) {
   return CUDA_SUCCESS;
 }
 
+// A kernel of a module that was unloaded is no kernel any more.
+bool Stale(CUfunction handle) {
+  return handle == nullptr || !reinterpret_cast<Function*>(handle)->module->loaded;
+}
+
 CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstream stream) {
-  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (Stale(handle)) return CUDA_ERROR_INVALID_HANDLE;
   if (reinterpret_cast<Function*>(handle)->blockX == 0)
     return CUDA_ERROR_INVALID_VALUE;  // no block shape set
   State& state = TheState();
@@ -196,7 +225,7 @@ CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstrea
 // A value may go only within the kernel's parameter bytes, starting inside a parameter at a multiple of that
 // parameter's alignment.
 CUresult SetParameter(CUfunction handle, int offset, const void* bytes, unsigned size) {
-  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (Stale(handle)) return CUDA_ERROR_INVALID_HANDLE;
   if (offset < 0 || bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
   Function& function = *reinterpret_cast<Function*>(handle);
   const unsigned start = static_cast<unsigned>(offset);
@@ -258,6 +287,7 @@ std::unique_ptr<Module> ModuleOf(const PtxModule& ptx, CUdevice device) {
   auto module = std::make_unique<Module>();
   for (const auto& [name, declared] : ptx.entries) {
     auto function = std::make_unique<Function>();
+    function->module = module.get();
     function->name = name;
     unsigned end = 0;
     for (const PtxParameter& parameter : declared) {
@@ -271,7 +301,7 @@ std::unique_ptr<Module> ModuleOf(const PtxModule& ptx, CUdevice device) {
     module->functions[name] = std::move(function);
   }
   for (const std::string& name : ptx.textures)
-    module->textures[name] = std::make_unique<Texture>(Texture{device, false});
+    module->textures[name] = std::make_unique<Texture>(Texture{module.get(), device, false});
   return module;
 }
 
@@ -283,6 +313,7 @@ CUresult NewContext(CUcontext* context, CUdevice device) {
   *context = state.NewHandle<CUcontext>();
   state.contextDevices[*context] = device;
   currentContexts.push_back(*context);
+  ++state.currentDepth;
   return CUDA_SUCCESS;
 }
 
@@ -304,9 +335,19 @@ std::atomic<bool> idle{false};
 bool Enter(const char* exported, const char* slot, const Arguments& args, CUresult* forced) {
   State& state = TheState();
   Lock lock(state.mutex);
+  ++state.callsMade;
   if (state.recording) {
     state.calls.push_back(Call{exported, std::vector<std::uint64_t>(args.words, args.words + args.count)});
     ++state.counts[slot];
+  }
+  if (state.failureAt.armed) {
+    if (state.failureAt.remaining == 0) {
+      state.failureAt.armed = false;
+      state.UpdateIdle();
+      *forced = state.failureAt.result;
+      return true;
+    }
+    --state.failureAt.remaining;
   }
   auto failure = state.failures.find(slot);
   if (failure == state.failures.end()) return false;
@@ -394,23 +435,39 @@ CUresult Impl_cuGLCtxCreate(CUcontext* context, unsigned int, CUdevice device) {
   return NewContext(context, device);
 }
 
+// A destroyed context also leaves the calling thread's stack; it is no longer a context at all. As on the
+// real driver, its streams and events go with it (modules and memory are counted until freed, so that
+// tests see them).
 CUresult Impl_cuCtxDestroy(CUcontext context) {
-  if (context == nullptr) return CUDA_ERROR_INVALID_CONTEXT;
-  currentContexts.erase(std::remove(currentContexts.begin(), currentContexts.end(), context),
-                        currentContexts.end());
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (context == nullptr || state.contextDevices.erase(context) == 0) return CUDA_ERROR_INVALID_CONTEXT;
+  for (auto stream = state.streams.begin(); stream != state.streams.end();)
+    stream = stream->second == context ? state.streams.erase(stream) : std::next(stream);
+  for (auto event = state.events.begin(); event != state.events.end();)
+    event = event->second->context == context ? state.events.erase(event) : std::next(event);
+  const auto kept = std::remove(currentContexts.begin(), currentContexts.end(), context);
+  state.currentDepth -= static_cast<int>(currentContexts.end() - kept);
+  currentContexts.erase(kept, currentContexts.end());
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuCtxPushCurrent(CUcontext context) {
-  if (context == nullptr) return CUDA_ERROR_INVALID_CONTEXT;
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (context == nullptr || state.contextDevices.count(context) == 0) return CUDA_ERROR_INVALID_CONTEXT;
   currentContexts.push_back(context);
+  ++state.currentDepth;
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuCtxPopCurrent(CUcontext* context) {
+  State& state = TheState();
+  Lock lock(state.mutex);
   if (currentContexts.empty()) return CUDA_ERROR_INVALID_CONTEXT;
   if (context != nullptr) *context = currentContexts.back();
   currentContexts.pop_back();
+  --state.currentDepth;
   return CUDA_SUCCESS;
 }
 
@@ -499,14 +556,22 @@ CUresult Impl_cuStreamCreate(CUstream* stream, unsigned int) {
   State& state = TheState();
   Lock lock(state.mutex);
   *stream = state.NewHandle<CUstream>();
+  state.streams[*stream] = currentContexts.empty() ? nullptr : currentContexts.back();
   return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuStreamDestroy(CUstream stream) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  return state.streams.erase(stream) != 0 ? CUDA_SUCCESS : CUDA_ERROR_INVALID_HANDLE;
 }
 
 CUresult Impl_cuEventCreate(CUevent* event, unsigned int) {
   if (event == nullptr) return CUDA_ERROR_INVALID_VALUE;
   State& state = TheState();
   Lock lock(state.mutex);
-  std::unique_ptr<Event> created(new Event{state.eventsComplete});
+  std::unique_ptr<Event> created(
+      new Event{state.eventsComplete, currentContexts.empty() ? nullptr : currentContexts.back()});
   *event = reinterpret_cast<CUevent>(created.get());
   state.events[*event] = std::move(created);
   return CUDA_SUCCESS;
@@ -578,8 +643,17 @@ CUresult Impl_cuModuleLoad(CUmodule* module, const char* path) {
   return Impl_cuModuleLoadData(module, text.c_str());
 }
 
-CUresult Impl_cuModuleGetFunction(CUfunction* function, CUmodule module, const char* name) {
+CUresult Impl_cuModuleUnload(CUmodule module) {
   if (module == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  Lock lock(TheState().mutex);
+  Module& unloaded = *reinterpret_cast<Module*>(module);
+  if (!unloaded.loaded) return CUDA_ERROR_INVALID_HANDLE;
+  unloaded.loaded = false;
+  return CUDA_SUCCESS;
+}
+
+CUresult Impl_cuModuleGetFunction(CUfunction* function, CUmodule module, const char* name) {
+  if (module == nullptr || !reinterpret_cast<Module*>(module)->loaded) return CUDA_ERROR_INVALID_HANDLE;
   if (function == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
   Lock lock(TheState().mutex);
   auto& functions = reinterpret_cast<Module*>(module)->functions;
@@ -590,7 +664,7 @@ CUresult Impl_cuModuleGetFunction(CUfunction* function, CUmodule module, const c
 }
 
 CUresult Impl_cuModuleGetTexRef(CUtexref* texture, CUmodule module, const char* name) {
-  if (module == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (module == nullptr || !reinterpret_cast<Module*>(module)->loaded) return CUDA_ERROR_INVALID_HANDLE;
   if (texture == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
   Lock lock(TheState().mutex);
   auto& textures = reinterpret_cast<Module*>(module)->textures;
@@ -601,7 +675,7 @@ CUresult Impl_cuModuleGetTexRef(CUtexref* texture, CUmodule module, const char* 
 }
 
 CUresult Impl_cuFuncSetBlockShape(CUfunction handle, int x, int y, int z) {
-  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (Stale(handle)) return CUDA_ERROR_INVALID_HANDLE;
   if (x <= 0 || y <= 0 || z <= 0) return CUDA_ERROR_INVALID_VALUE;
   Function& function = *reinterpret_cast<Function*>(handle);
   function.blockX = static_cast<unsigned>(x);
@@ -612,7 +686,7 @@ CUresult Impl_cuFuncSetBlockShape(CUfunction handle, int x, int y, int z) {
 
 // The size must be the kernel's parameter bytes, exactly.
 CUresult Impl_cuParamSetSize(CUfunction handle, unsigned int bytes) {
-  if (handle == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (Stale(handle)) return CUDA_ERROR_INVALID_HANDLE;
   Function& function = *reinterpret_cast<Function*>(handle);
   if (bytes != function.parameterBytes) return CUDA_ERROR_INVALID_VALUE;
   function.paramSize = bytes;
@@ -653,6 +727,7 @@ CUresult Impl_cuTexRefSetFormat(CUtexref texture, CUarray_format, int) {
 CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR* descriptor,
                                    CUdeviceptr address, std::size_t pitch) {
   if (texture == nullptr || descriptor == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  if (!reinterpret_cast<Texture*>(texture)->module->loaded) return CUDA_ERROR_INVALID_HANDLE;
   State& state = TheState();
   Lock lock(state.mutex);
   const Device* device = FindDevice(state, reinterpret_cast<Texture*>(texture)->device);
@@ -718,7 +793,40 @@ FAKECUDA_API void fakecuda_SetFailure(const char* name, int result, int skip, in
 FAKECUDA_API void fakecuda_ClearFailures(void) {
   Lock lock(TheState().mutex);
   TheState().failures.clear();
+  TheState().failureAt = fakecuda::FailureAt();
   TheState().UpdateIdle();
+}
+
+FAKECUDA_API void fakecuda_SetFailureAt(unsigned long long index, int result) {
+  Lock lock(TheState().mutex);
+  TheState().failureAt = fakecuda::FailureAt{true, index, result};
+  TheState().UpdateIdle();
+}
+
+FAKECUDA_API unsigned long long fakecuda_CallsMade(void) {
+  Lock lock(TheState().mutex);
+  return TheState().callsMade;
+}
+
+FAKECUDA_API unsigned long long fakecuda_LiveContexts(void) {
+  Lock lock(TheState().mutex);
+  return TheState().contextDevices.size();
+}
+
+FAKECUDA_API unsigned long long fakecuda_LiveModules(void) {
+  Lock lock(TheState().mutex);
+  return static_cast<unsigned long long>(std::count_if(TheState().modules.begin(), TheState().modules.end(),
+                                                       [](const auto& module) { return module->loaded; }));
+}
+
+FAKECUDA_API unsigned long long fakecuda_LiveStreams(void) {
+  Lock lock(TheState().mutex);
+  return TheState().streams.size();
+}
+
+FAKECUDA_API int fakecuda_TotalContextDepth(void) {
+  Lock lock(TheState().mutex);
+  return TheState().currentDepth;
 }
 
 FAKECUDA_API unsigned long long fakecuda_CallCount(const char* name) {
