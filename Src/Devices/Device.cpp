@@ -109,7 +109,8 @@ void* Device::GetOffscreenOpenGLDeviceHandle() const {
   return impl_->openGL.deviceContext;
 }
 
-boost::shared_ptr<zelcore::threads::AsyncExecutor> Device::GetExecutor() {
+// Empty when the executor cannot be made (no thread to be had); a later call tries again.
+boost::shared_ptr<zelcore::threads::AsyncExecutor> Device::GetExecutor() try {
   boost::mutex::scoped_lock lock(impl_->executorMutex);
   if (!impl_->executor) {
     char name[32];
@@ -120,6 +121,8 @@ boost::shared_ptr<zelcore::threads::AsyncExecutor> Device::GetExecutor() {
         zelcore::threads::CreateAsyncThreadedExecutor(name, 1, kExecutorPriority, boost::function<void()>());
   }
   return impl_->executor;
+} catch (...) {
+  return boost::shared_ptr<zelcore::threads::AsyncExecutor>();
 }
 
 void Device::SetExecutor(const boost::shared_ptr<zelcore::threads::AsyncExecutor>& executor) {
@@ -215,7 +218,8 @@ void Device::RefreshKernelRecords() {
   impl_->kernelRecords = GetKernelRecords(framework_, vendor_, computeCapability_);
 }
 
-void Device::ResetDebugFlags() {
+// Reading a switch allocates; a failure keeps the flags as they were.
+void Device::ResetDebugFlags() try {
   checkBufferBounds_ = ReadDebugSwitch("LM.CheckBufferBounds", kCheckBufferBoundsByDefault);
   const bool profile = ReadDebugSwitch("LM.ProfileKernels") && ReadDebugSwitch("EnableDogEars");
   const bool changed = profile != profileKernels_;
@@ -224,6 +228,7 @@ void Device::ResetDebugFlags() {
     ShutDown(false);
     InitializeContext();
   }
+} catch (...) {
 }
 
 void* Device::FindModule(std::string name) {

@@ -50,8 +50,10 @@ double ParseVersionText(const std::string& text) {
   return -1.0;
 }
 
+// Both factories are exported: nothing they meet (an allocation failing, say) leaves them; they give an
+// empty pointer instead.
 boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned int registryIndex,
-                                         int cudaDevice) {
+                                         int cudaDevice) try {
   CUDADeviceIdentity identity;
   if (!CUDABackend::ReadIdentity(cudaDevice, identity)) return boost::shared_ptr<Device>();
   boost::shared_ptr<Device> device(new Device(kDeviceFramework_CUDA, frameworkIndex, registryIndex,
@@ -61,12 +63,14 @@ boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned i
   device->driverVersion_ = identity.driverVersion;
   device->totalMemory_ = identity.totalMemory;
   return device;
+} catch (...) {
+  return boost::shared_ptr<Device>();
 }
 
 // Its compute capability is the OpenCL version of the device ("OpenCL 3.0 ..." gives 3.0), its driver version
 // the number at the start of the driver's version text.
 boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned int registryIndex,
-                                         void* platform, void* clDevice) {
+                                         void* platform, void* clDevice) try {
   const cl_device_id id = static_cast<cl_device_id>(clDevice);
   OpenCLDeviceIdentity identity;
   if (!OpenCLBackend::ReadIdentity(id, identity)) return boost::shared_ptr<Device>();
@@ -79,6 +83,8 @@ boost::shared_ptr<Device> Device::Create(unsigned int frameworkIndex, unsigned i
   device->computeCapability_ = identity.computeCapability;
   device->driverVersion_ = identity.driverVersion;
   return device;
+} catch (...) {
+  return boost::shared_ptr<Device>();
 }
 
 }  // namespace LM
