@@ -39,7 +39,9 @@ bool ShapeIsWhole(const Operand& operand) {
   // before the sum is taken, so nothing here overflows.
   const long long limit = (static_cast<long long>(INT_MAX) + 1) * operand.indexBytes;
   const long long rowsBefore = operand.top + operand.height - 1;
-  if (operand.pitch > 0 && rowsBefore > limit / operand.pitch) return false;
+  // Below 2^32 rows of 2^31 bytes the product cannot overflow; only larger values need the division.
+  const bool small = rowsBefore < (1LL << 32) && operand.pitch < (1LL << 31);
+  if (!small && operand.pitch > 0 && rowsBefore > limit / operand.pitch) return false;
   const long long end = operand.offset + rowsBefore * operand.pitch + rowEnd;
   return end <= limit;
 }
@@ -69,7 +71,11 @@ bool FitsItsObject(DeviceBackend& backend, const Operand& operand) {
 
 Operand PixelOperand(const void* buffer, long long rowBytes, int elementBytes, long long left, long long top,
                      long long width, long long height, long long offset) {
-  const long long pitch = elementBytes > 0 ? rowBytes / elementBytes * elementBytes : rowBytes;
+  // Element sizes are powers of two but for packed host formats; a mask then drops the remainder (a
+  // negative pitch stays negative and is refused).
+  const long long pitch = elementBytes <= 0                          ? rowBytes
+                          : (elementBytes & (elementBytes - 1)) == 0 ? rowBytes & ~(elementBytes - 1LL)
+                                                                     : rowBytes / elementBytes * elementBytes;
   return Operand{buffer, Operand::Kind::kBuffer, elementBytes, elementBytes, offset, pitch, left, top, width,
                  height};
 }
