@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "zelmediatypes/FrameTypes.h"
 #include "zelmediatypes/PixelFormat.h"
 #include "zelmediatypes/PixelFormats.h"
 
@@ -63,5 +64,18 @@ bool IsPlanar420Format(PixelFormat format);
 bool Is444DecodeFormat(PixelFormat format);
 // True when the format is described and uses the BT.709 matrix (bit 5 of the property word).
 bool IsBT709(PixelFormat format);
+
+// How a compressed or packed source of `format` is best decoded: the format a decoder delivers and the
+// size at which it does so, for a width × height frame.
+struct DVDecompressionFormat {
+  PixelFormat format;
+  int width;
+  int height;
+};
+DVDecompressionFormat SelectDVDecompressionFormat(PixelFormat format, int width, int height);
+
+// The four-component host format into which a CPU render of `format` stages a frame for the GPU at
+// `quality`: one that the GPU converter accepts as a source (the table's 4444 RGB and Y'CbCr families).
+PixelFormat Select4444PixelFormat(PixelFormat format, RenderQuality quality);
 
 }  // namespace zelmediatypes
