@@ -27,9 +27,9 @@ bool FillPlanar(std::uint8_t* base, int rowBytes, PixelFormat format, const Form
   if (rowBytes > 0 && std::size_t(rowBytes) * std::size_t(height) < block) return false;
   const std::size_t luma = std::size_t(width) * std::size_t(height);
   const std::size_t chroma = (block - luma) / 2;
-  std::memset(base, int(Quantise(d, 0, colour[0])), luma);
-  std::memset(base + luma, int(Quantise(d, 1, colour[1])), chroma);
-  std::memset(base + luma + chroma, int(Quantise(d, 2, colour[2])), chroma);
+  std::memset(base, int(Quantise(d, kY, colour[kY])), luma);
+  std::memset(base + luma, int(Quantise(d, kCb, colour[kCb])), chroma);
+  std::memset(base + luma + chroma, int(Quantise(d, kCr, colour[kCr])), chroma);
   return true;
 }
 
@@ -38,7 +38,11 @@ bool Fill(void* base, int rowBytes, PixelFormat format, int x, int y, int width,
   FormatDesc d;
   if (!base || rowBytes < 0 || x < 0 || y < 0 || !DescribeFormat(format, d)) return false;
   if (width <= 0 || height <= 0) return true;
-  float colour[4] = {r, g, b, a};
+  float colour[4];
+  colour[kR] = r;
+  colour[kG] = g;
+  colour[kB] = b;
+  colour[kA] = a;
   if (d.alpha == Alpha::kPremultiplied) Premultiply(colour, 1);
   if (d.ycbcr) RGBToYCbCr(colour, 1, d.bt709);
   std::uint8_t* bytes = static_cast<std::uint8_t*>(base);

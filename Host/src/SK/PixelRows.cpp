@@ -34,12 +34,13 @@ struct Quantisation {
 Quantisation QuantisationOf(Sample sample, bool ycbcr, bool fullRange) {
   switch (sample) {
     case Sample::k8u:
-      if (ycbcr && !fullRange) return {{219, 224, 224, 255}, {16, 128, 128, 0}, 0, 255};
-      if (ycbcr) return {{255, 255, 255, 255}, {0, 128, 128, 0}, 0, 255};
+      // Components in float-row order: Cr, Cb, Y', A.
+      if (ycbcr && !fullRange) return {{224, 224, 219, 255}, {128, 128, 16, 0}, 0, 255};
+      if (ycbcr) return {{255, 255, 255, 255}, {128, 128, 0, 0}, 0, 255};
       return {{255, 255, 255, 255}, {0, 0, 0, 0}, 0, 255};
     case Sample::k10u:
       // Codes 0-3 and 1020-1023 are reserved for timing references in 10-bit video.
-      return {{876, 896, 896, 1023}, {64, 512, 512, 0}, 4, 1019};
+      return {{896, 896, 876, 1023}, {512, 512, 64, 0}, 4, 1019};
     case Sample::k15u:
       return {{32768, 32768, 32768, 32768}, {0, 0, 0, 0}, 0, 32768};
     case Sample::k16f:
@@ -78,17 +79,16 @@ struct OrderInfo {
   int components[4];
 };
 
-// Float-row component of each memory position (4444: 0 R / Y', 1 G / Cb, 2 B / Cr, 3 A), or of each
-// sample of a pixel pair (4:2:2).
+// Float-row component of each memory position (4444), or of each sample of a pixel pair (4:2:2).
 constexpr OrderInfo kOrders[] = {
-    {kPixelFormatOrder_Device, Layout::k4444, false, {2, 1, 0, 3}},
-    {kPixelFormatOrder_BGRA, Layout::k4444, false, {2, 1, 0, 3}},
-    {kPixelFormatOrder_ARGB, Layout::k4444, false, {3, 0, 1, 2}},
-    {kPixelFormatOrder_VUYA, Layout::k4444, true, {2, 1, 0, 3}},
-    {kPixelFormatOrder_UYVY, Layout::kPacked422, true, {1, 0, 2, 0}},
-    {kPixelFormatOrder_YUYV, Layout::kPacked422, true, {0, 1, 0, 2}},
-    {kPixelFormatOrder_V210, Layout::kV210, true, {1, 0, 2, 0}},
-    {kPixelFormatOrder_YUVPlanes, Layout::kPlanar420, true, {0, 1, 2, 3}},
+    {kPixelFormatOrder_Device, Layout::k4444, false, {kB, kG, kR, kA}},
+    {kPixelFormatOrder_BGRA, Layout::k4444, false, {kB, kG, kR, kA}},
+    {kPixelFormatOrder_ARGB, Layout::k4444, false, {kA, kR, kG, kB}},
+    {kPixelFormatOrder_VUYA, Layout::k4444, true, {kCr, kCb, kY, kA}},
+    {kPixelFormatOrder_UYVY, Layout::kPacked422, true, {kCb, kY, kCr, kY}},
+    {kPixelFormatOrder_YUYV, Layout::kPacked422, true, {kY, kCb, kY, kCr}},
+    {kPixelFormatOrder_V210, Layout::kV210, true, {kCb, kY, kCr, kY}},
+    {kPixelFormatOrder_YUVPlanes, Layout::kPlanar420, true, {kY, kCb, kCr, kA}},
 };
 
 // ---- Samples ---------------------------------------------------------------------------------------------
@@ -150,9 +150,45 @@ float Dequantise(const FormatDesc& d, int component, float code) {
 
 // ---- 4444 ------------------------------------------------------------------------------------------------
 
+bool InFloatRowOrder(const FormatDesc& d) {
+  return d.order[0] == 0 && d.order[1] == 1 && d.order[2] == 2 && d.order[3] == 3;
+}
+
+// The loops for formats whose memory order is the float row's (BGRA, VUYA and the GPU formats), with the
+// component index a constant of the inner loop, which lets the compiler vectorise them.
+template <Sample S, bool kOpaque>
+void UnpackInOrder(const FormatDesc& d, const std::uint8_t* src, int n, float* out) {
+  using IO = SampleIO<S>;
+  float inverse[4];
+  for (int c = 0; c < 4; ++c) inverse[c] = 1.0f / d.scale[c];
+  for (int i = 0; i < n; ++i, src += 4 * IO::kBytes, out += 4) {
+    for (int c = 0; c < 4; ++c) out[c] = (IO::Load(src + c * IO::kBytes) - d.offset[c]) * inverse[c];
+    if (kOpaque) out[kA] = 1.0f;
+  }
+}
+
+template <Sample S, bool kOpaque>
+void PackInOrder(const FormatDesc& d, const float* in, int n, std::uint8_t* dst) {
+  using IO = SampleIO<S>;
+  if (S == Sample::k32f && !kOpaque) {
+    std::memcpy(dst, in, std::size_t(n) * 16);  // scale 1, offset 0: the row is the memory
+    return;
+  }
+  for (int i = 0; i < n; ++i, in += 4, dst += 4 * IO::kBytes) {
+    for (int c = 0; c < 4; ++c) {
+      const float value = kOpaque && c == kA ? 1.0f : in[c];
+      IO::Store(dst + c * IO::kBytes, value * d.scale[c] + d.offset[c], d.lo, d.hi);
+    }
+  }
+}
+
 template <Sample S>
 void Unpack4444(const FormatDesc& d, const std::uint8_t* src, int n, float* out) {
   using IO = SampleIO<S>;
+  const bool opaque = d.alpha == Alpha::kOpaque;
+  if (InFloatRowOrder(d)) {
+    return opaque ? UnpackInOrder<S, true>(d, src, n, out) : UnpackInOrder<S, false>(d, src, n, out);
+  }
   int c[4];
   float offset[4], inverse[4];
   for (int p = 0; p < 4; ++p) {
@@ -162,13 +198,17 @@ void Unpack4444(const FormatDesc& d, const std::uint8_t* src, int n, float* out)
   }
   for (int i = 0; i < n; ++i, src += 4 * IO::kBytes, out += 4) {
     for (int p = 0; p < 4; ++p) out[c[p]] = (IO::Load(src + p * IO::kBytes) - offset[p]) * inverse[p];
-    if (d.alpha == Alpha::kOpaque) out[3] = 1.0f;
+    if (opaque) out[kA] = 1.0f;
   }
 }
 
 template <Sample S>
 void Pack4444(const FormatDesc& d, const float* in, int n, std::uint8_t* dst) {
   using IO = SampleIO<S>;
+  const bool opaque = d.alpha == Alpha::kOpaque;
+  if (InFloatRowOrder(d)) {
+    return opaque ? PackInOrder<S, true>(d, in, n, dst) : PackInOrder<S, false>(d, in, n, dst);
+  }
   int c[4];
   float scale[4], offset[4];
   for (int p = 0; p < 4; ++p) {
@@ -176,10 +216,9 @@ void Pack4444(const FormatDesc& d, const float* in, int n, std::uint8_t* dst) {
     scale[p] = d.scale[c[p]];
     offset[p] = d.offset[c[p]];
   }
-  const bool opaque = d.alpha == Alpha::kOpaque;
   for (int i = 0; i < n; ++i, in += 4, dst += 4 * IO::kBytes) {
     for (int p = 0; p < 4; ++p) {
-      const float value = opaque && c[p] == 3 ? 1.0f : in[c[p]];
+      const float value = opaque && c[p] == kA ? 1.0f : in[c[p]];
       IO::Store(dst + p * IO::kBytes, value * scale[p] + offset[p], d.lo, d.hi);
     }
   }
@@ -239,17 +278,17 @@ void Unpack422(const FormatDesc& d, const std::uint8_t* src, int n, float* out, 
     for (int slot = 0; slot < 4; ++slot) {
       const int c = d.order[slot];
       const float value = Dequantise(d, c, s.a[std::size_t(4 * q + slot)]);
-      if (c == 1) cb[q] = value;
-      if (c == 2) cr[q] = value;
-      if (c == 0) {
+      if (c == kCb) cb[q] = value;
+      if (c == kCr) cr[q] = value;
+      if (c == kY) {
         const int x = 2 * q + luma++;
-        if (x < n) out[4 * x] = value;
+        if (x < n) out[4 * x + kY] = value;
       }
     }
   }
-  UpsampleChroma(cb, pairs, n, d.chromaX, out, 1);
-  UpsampleChroma(cr, pairs, n, d.chromaX, out, 2);
-  for (int x = 0; x < n; ++x) out[4 * x + 3] = 1.0f;
+  UpsampleChroma(cb, pairs, n, d.chromaX, out, kCb);
+  UpsampleChroma(cr, pairs, n, d.chromaX, out, kCr);
+  for (int x = 0; x < n; ++x) out[4 * x + kA] = 1.0f;
 }
 
 void Pack422(const FormatDesc& d, const float* in, int n, std::uint8_t* dst, RowScratch& s) {
@@ -257,15 +296,15 @@ void Pack422(const FormatDesc& d, const float* in, int n, std::uint8_t* dst, Row
   const int pairs = (n + group - 1) / group * group / 2;
   s.a.resize(std::size_t(4 * pairs));
   for (int q = 0; q < pairs; ++q) {
-    float chroma[3] = {0, 0, 0};
+    float chroma[4] = {0, 0, 0, 0};
     for (const auto& tap : TriangleTaps(2.0 * q + d.chromaX, n)) {
-      chroma[1] += tap.second * in[4 * tap.first + 1];
-      chroma[2] += tap.second * in[4 * tap.first + 2];
+      chroma[kCb] += tap.second * in[4 * tap.first + kCb];
+      chroma[kCr] += tap.second * in[4 * tap.first + kCr];
     }
     int luma = 0;
     for (int slot = 0; slot < 4; ++slot) {
       const int c = d.order[slot];
-      const float value = c == 0 ? in[4 * std::min(2 * q + luma++, n - 1)] : chroma[c];
+      const float value = c == kY ? in[4 * std::min(2 * q + luma++, n - 1) + kY] : chroma[c];
       s.a[std::size_t(4 * q + slot)] = Quantise(d, c, value);
     }
   }
@@ -316,19 +355,20 @@ void Unpack420(const FormatDesc& d, const ImageRef& image, int y, float* out, Ro
   const int w = image.width;
   const std::uint8_t* luma = planes.y + std::size_t(y) * std::size_t(w);
   for (int x = 0; x < w; ++x) {
-    out[4 * x] = Dequantise(d, 0, float(luma[x]));
-    out[4 * x + 3] = 1.0f;
+    out[4 * x + kY] = Dequantise(d, kY, float(luma[x]));
+    out[4 * x + kA] = 1.0f;
   }
   s.b.assign(std::size_t(2 * planes.cw), 0.0f);
   for (const auto& tap : ChromaRowsForLumaRow(d, y, image.height)) {
     const std::size_t row = std::size_t(tap.first) * std::size_t(planes.cw);
     for (int i = 0; i < planes.cw; ++i) {
-      s.b[std::size_t(i)] += tap.second * Dequantise(d, 1, float(planes.u[row + std::size_t(i)]));
-      s.b[std::size_t(planes.cw + i)] += tap.second * Dequantise(d, 2, float(planes.v[row + std::size_t(i)]));
+      s.b[std::size_t(i)] += tap.second * Dequantise(d, kCb, float(planes.u[row + std::size_t(i)]));
+      s.b[std::size_t(planes.cw + i)] +=
+          tap.second * Dequantise(d, kCr, float(planes.v[row + std::size_t(i)]));
     }
   }
-  UpsampleChroma(s.b.data(), planes.cw, w, d.chromaX, out, 1);
-  UpsampleChroma(s.b.data() + planes.cw, planes.cw, w, d.chromaX, out, 2);
+  UpsampleChroma(s.b.data(), planes.cw, w, d.chromaX, out, kCb);
+  UpsampleChroma(s.b.data() + planes.cw, planes.cw, w, d.chromaX, out, kCr);
 }
 
 }  // namespace
@@ -428,7 +468,7 @@ void PackPlanar420(const FormatDesc& d, const float* image, int width, int heigh
   std::uint8_t* u = const_cast<std::uint8_t*>(planes.u);
   std::uint8_t* v = const_cast<std::uint8_t*>(planes.v);
   const std::size_t pixels = std::size_t(width) * std::size_t(height);
-  for (std::size_t i = 0; i < pixels; ++i) luma[i] = std::uint8_t(Quantise(d, 0, image[4 * i]));
+  for (std::size_t i = 0; i < pixels; ++i) luma[i] = std::uint8_t(Quantise(d, kY, image[4 * i + kY]));
 
   std::vector<TapList> columns;
   for (int i = 0; i < planes.cw; ++i) columns.push_back(TriangleTaps(2.0 * i + d.chromaX, width));
@@ -440,8 +480,8 @@ void PackPlanar420(const FormatDesc& d, const float* image, int width, int heigh
     for (const auto& tap : LumaRowsForChromaRow(d, j, height)) {
       const float* src = image + 4 * std::size_t(tap.first) * std::size_t(width);
       for (int x = 0; x < width; ++x) {
-        rowCb[std::size_t(x)] += tap.second * src[4 * x + 1];
-        rowCr[std::size_t(x)] += tap.second * src[4 * x + 2];
+        rowCb[std::size_t(x)] += tap.second * src[4 * x + kCb];
+        rowCr[std::size_t(x)] += tap.second * src[4 * x + kCr];
       }
     }
     const std::size_t out = std::size_t(j) * std::size_t(planes.cw);
@@ -451,8 +491,8 @@ void PackPlanar420(const FormatDesc& d, const float* image, int width, int heigh
         cb += tap.second * rowCb[std::size_t(tap.first)];
         cr += tap.second * rowCr[std::size_t(tap.first)];
       }
-      u[out + std::size_t(i)] = std::uint8_t(Quantise(d, 1, cb));
-      v[out + std::size_t(i)] = std::uint8_t(Quantise(d, 2, cr));
+      u[out + std::size_t(i)] = std::uint8_t(Quantise(d, kCb, cb));
+      v[out + std::size_t(i)] = std::uint8_t(Quantise(d, kCr, cr));
     }
   }
 }
@@ -484,7 +524,7 @@ float DecodeSRGB(float x) {
 template <typename Curve>
 void ApplyCurve(float* row, int n, bool premultiplied, Curve curve) {
   for (int i = 0; i < n; ++i, row += 4) {
-    const float a = row[3];
+    const float a = row[kA];
     if (premultiplied && a != 1.0f) {
       for (int c = 0; c < 3; ++c) row[c] = a > 0 ? curve(row[c] / a) * a : 0.0f;
     } else {
@@ -503,10 +543,10 @@ void YCbCrToRGB(float* row, int n, bool bt709) {
   const float crToG = -crToR * k.kr / kg;
   const float cbToG = -cbToB * k.kb / kg;
   for (int i = 0; i < n; ++i, row += 4) {
-    const float y = row[0], cb = row[1], cr = row[2];
-    row[0] = y + crToR * cr;
-    row[1] = y + cbToG * cb + crToG * cr;
-    row[2] = y + cbToB * cb;
+    const float y = row[kY], cb = row[kCb], cr = row[kCr];
+    row[kR] = y + crToR * cr;
+    row[kG] = y + cbToG * cb + crToG * cr;
+    row[kB] = y + cbToB * cb;
   }
 }
 
@@ -514,23 +554,23 @@ void RGBToYCbCr(float* row, int n, bool bt709) {
   const LumaCoefficients k = Coefficients(bt709);
   const float kg = 1.0f - k.kr - k.kb;
   for (int i = 0; i < n; ++i, row += 4) {
-    const float r = row[0], g = row[1], b = row[2];
+    const float r = row[kR], g = row[kG], b = row[kB];
     const float y = k.kr * r + kg * g + k.kb * b;
-    row[0] = y;
-    row[1] = (b - y) / (2.0f * (1.0f - k.kb));
-    row[2] = (r - y) / (2.0f * (1.0f - k.kr));
+    row[kY] = y;
+    row[kCb] = (b - y) / (2.0f * (1.0f - k.kb));
+    row[kCr] = (r - y) / (2.0f * (1.0f - k.kr));
   }
 }
 
 void Premultiply(float* row, int n) {
   for (int i = 0; i < n; ++i, row += 4) {
-    for (int c = 0; c < 3; ++c) row[c] *= row[3];
+    for (int c = 0; c < 3; ++c) row[c] *= row[kA];
   }
 }
 
 void Unpremultiply(float* row, int n) {
   for (int i = 0; i < n; ++i, row += 4) {
-    const float a = row[3];
+    const float a = row[kA];
     for (int c = 0; c < 3; ++c) row[c] = a > 0 ? row[c] / a : 0.0f;
   }
 }

@@ -5,8 +5,9 @@
 //   memory row --UnpackRow--> float row in the format's own colour model and alpha type
 //   float row  --colour stages (matrix, transfer, alpha)--> float row of another format --PackRow--> memory
 //
-// A float row holds four floats per pixel: R', G', B', A for RGB formats and Y', Cb, Cr, A for Y'CbCr
-// formats, Y' in 0..1 and Cb, Cr in -0.5..0.5 whatever the format's range. Nothing is clamped until a pack
+// A float row holds four floats per pixel: B', G', R', A for RGB formats and Cr, Cb, Y', A for Y'CbCr
+// formats (the memory order of BGRA and VUYA, which then unpack and pack without reordering), Y' in 0..1
+// and Cb, Cr in -0.5..0.5 whatever the format's range. Nothing is clamped until a pack
 // writes integers, so values outside the gamut survive between unpack and pack.
 #pragma once
 
@@ -18,6 +19,10 @@
 
 namespace sk {
 
+// The components of a float row.
+constexpr int kB = 0, kG = 1, kR = 2, kA = 3;
+constexpr int kCr = 0, kCb = 1, kY = 2;
+
 enum class Layout { k4444, kPacked422, kV210, kPlanar420 };
 enum class Sample { k8u, k10u, k15u, k16f, k32f };
 // kOpaque: the format stores no alpha (X formats, 4:2:2, 4:2:0); it reads as 1.
@@ -26,8 +31,8 @@ enum class Alpha { kStraight, kPremultiplied, kOpaque };
 struct FormatDesc {
   Layout layout;
   Sample sample;
-  // 4444: memory position p holds component order[p] of the float row. 4:2:2: the component (0 Y', 1 Cb,
-  // 2 Cr) of each of the four samples of a pixel pair, in memory order (v210 uses the UYVY order).
+  // 4444: memory position p holds component order[p] of the float row. 4:2:2: the component (kY, kCb,
+  // kCr) of each of the four samples of a pixel pair, in memory order (v210 uses the UYVY order).
   int order[4];
   bool ycbcr;
   bool bt709;
@@ -49,7 +54,7 @@ struct FormatDesc {
 // The description of a format of the pixel-format table; false for any other format.
 bool DescribeFormat(zelmediatypes::PixelFormat format, FormatDesc& out);
 
-// The integer code of `value` for float-row component `component` (0..2 colour, 3 alpha), rounded to
+// The integer code of `value` for float-row component `component`, rounded to
 // nearest and clamped to the format's codes.
 float Quantise(const FormatDesc& d, int component, float value);
 

@@ -12,6 +12,7 @@
 // Rows of the destination are independent, so large images are cut into bands that run on threads of
 // their own; the result does not depend on the banding.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -125,6 +126,13 @@ class Pipeline {
       return row;
     };
 
+    if (UnpacksIntoDestination()) {
+      for (int y = begin; y < end; ++y) {
+        PrepareSourceRow(y, reinterpret_cast<float*>(dst_.image.base + std::size_t(y) * dst_.image.rowBytes),
+                         scratch);
+      }
+      return;
+    }
     for (int y = begin; y < end; ++y) {
       const int* index = vertical_.IndexOf(y);
       const float* weight = vertical_.WeightOf(y);
@@ -157,6 +165,20 @@ class Pipeline {
   }
 
  private:
+  // A destination whose memory is the float row itself (32f in the row's order, with alpha), reached with no
+  // filter and no destination stage, takes the unpacked source rows directly: the widening conversions that
+  // stage uploads in float then cost one pass over memory.
+  bool UnpacksIntoDestination() const {
+    const FormatDesc& d = dst_.desc;
+    const bool floatRowLayout = d.layout == Layout::k4444 && d.sample == Sample::k32f &&
+                                d.alpha != Alpha::kOpaque && d.order[0] == 0 && d.order[1] == 1 &&
+                                d.order[2] == 2 && d.order[3] == 3;
+    const bool aligned = reinterpret_cast<std::uintptr_t>(dst_.image.base) % alignof(float) == 0 &&
+                         dst_.image.rowBytes % alignof(float) == 0;
+    return floatRowLayout && aligned && horizontal_.identity && vertical_.identity &&
+           !NeedsDestinationStages();
+  }
+
   bool NeedsDestinationStages() const {
     return toLinear_ || unpremultiply_ || premultiplyLast_ || dst_.desc.ycbcr;
   }
