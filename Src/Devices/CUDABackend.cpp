@@ -297,6 +297,17 @@ int CUDABackend::CreateImage(PixelFormat, int, int, boost::shared_ptr<void>*) {
   return kResultFailed;
 }
 
+bool CUDABackend::PinHostMemory(void* address, std::size_t bytes) {
+  if (CUDA.cuMemHostRegister == nullptr || address == nullptr || bytes == 0) return false;
+  return LM_CUDA_SUCCEEDED(CUDA.cuMemHostRegister(address, bytes, 0), "Host memory registration failure: ");
+}
+
+void CUDABackend::UnpinHostMemory(void* address) {
+  if (CUDA.cuMemHostUnregister == nullptr || address == nullptr) return;
+  static_cast<void>(
+      LM_CUDA_SUCCEEDED(CUDA.cuMemHostUnregister(address), "Host memory unregistration failure: "));
+}
+
 // The driver knows the allocation that holds any address of it; an address it does not know (host memory
 // mapped for the device, or a bad one) is left to the caller.
 MemoryObjectInfo CUDABackend::DescribeMemory(const void* object) {

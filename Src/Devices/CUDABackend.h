@@ -52,6 +52,8 @@ class CUDABackend : public DeviceBackend {
   std::uint32_t TexturePitchAlignment() override;
   int BindTextureReference(void* reference, const TextureBinding& binding) override;
   int CreateImage(PixelFormat format, int width, int height, boost::shared_ptr<void>* holder) override;
+  bool PinHostMemory(void* address, std::size_t bytes) override;
+  void UnpinHostMemory(void* address) override;
   MemoryObjectInfo DescribeMemory(const void* object) override;
   int CopyRows(const void* source, std::size_t sourcePitch, void* destination, std::size_t destinationPitch,
                std::size_t rowBytes, std::size_t height, CommandQueue& queue) override;

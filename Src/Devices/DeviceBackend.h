@@ -127,6 +127,11 @@ class DeviceBackend {
   // What the framework knows of a buffer or image (a CUdeviceptr, possibly into the middle of an
   // allocation, or a cl_mem); kind unknown when it cannot tell.
   virtual MemoryObjectInfo DescribeMemory(const void* object) = 0;
+  // Page-locks host memory that the library did not allocate, for a copy that reads it, and undoes that
+  // (CUDA: cuMemHostRegister, cuMemHostUnregister; both in the current context). False when the memory
+  // stays as it is: OpenCL copies read any host memory.
+  virtual bool PinHostMemory(void* address, std::size_t bytes) = 0;
+  virtual void UnpinHostMemory(void* address) = 0;
   // Copies `height` rows of `rowBytes` bytes between pitched device buffers on the queue; a result code.
   virtual int CopyRows(const void* source, std::size_t sourcePitch, void* destination,
                        std::size_t destinationPitch, std::size_t rowBytes, std::size_t height,

@@ -252,6 +252,12 @@ int OpenCLBackend::CreateImage(PixelFormat format, int width, int height, boost:
   return kResultSuccess;
 }
 
+// OpenCL copies read any host memory; there is nothing to lock.
+bool OpenCLBackend::PinHostMemory(void*, std::size_t) {
+  return false;
+}
+void OpenCLBackend::UnpinHostMemory(void*) {}
+
 // Every cl_mem knows its type and size; an image also its extent and texel size.
 MemoryObjectInfo OpenCLBackend::DescribeMemory(const void* object) {
   MemoryObjectInfo info;

@@ -6,6 +6,7 @@
 #include "Lumora/EventPoll.h"
 #include "Lumora/Export.h"
 #include "Lumora/FrameCache.h"
+#include "Lumora/FrameTransfers.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Lifecycle.h"
 #include "Lumora/MemoryManager.h"
@@ -16,3 +17,4 @@
 #include "Lumora/Results.h"
 #include "Lumora/Runtime.h"
 #include "Lumora/Textures.h"
+#include "Lumora/VideoFrames.h"

@@ -15,6 +15,10 @@ constexpr int kResultNoInterface = static_cast<int>(0xA00A0001u);
 // AddRef, Release, the destructor, QueryInterface.
 class OXRUnknown {
  public:
+  // eb294113-d84b-4df3-a717-d79a8da4e6a9
+  static constexpr zelcore::utility::Guid kIID{0xeb294113, 0xd84b, 0x4df3, 0xa7, 0x17, 0xd7,
+                                               0x9a,       0x8d,   0xa4,   0xe6, 0xa9};
+
   // Both return the new reference count; Release destroys the object when it reaches 0.
   virtual std::uint32_t AddRef() const = 0;
   virtual std::uint32_t Release() const = 0;

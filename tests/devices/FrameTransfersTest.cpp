@@ -1,0 +1,218 @@
+// Frames between the host and every device: staged uploads and read-backs, the staging choices, events,
+// origins, copies between frames, and what the transfers refuse.
+#include <zelmediatypes/PixelFormatTable.h>
+#include <zelmediatypes/PixelFormats.h>
+
+#include <cstring>
+#include <random>
+
+#include "EveryDevice.h"
+#include "ForeignFrame.h"
+#include "Lumora/FrameTransfers.h"
+#include "Lumora/Results.h"
+#include "Lumora/VideoFrames.h"
+
+namespace {
+
+using Frame = OXR::InterfaceRef<TQ::IVideoFrame>;
+using Rect = OXR::ParamRect<CRect>;
+namespace zmt = zelmediatypes;
+
+template <class I>
+OXR::InterfaceRef<I> As(const Frame& frame) {
+  OXR::InterfaceRef<I> found;
+  found.QueryFrom(frame, I::kIID);
+  return found;
+}
+
+Bytes HostBytes(const Frame& frame) {
+  const auto memory = As<FK::IVideoFrameMemoryAccess>(frame);
+  const auto* base = static_cast<const std::uint8_t*>(memory->GetBaseAddress());
+  return Bytes(base, base + memory->GetDataSize());
+}
+
+// Bytes every format holds as they are: 8-bit values, 15-bit values up to 32768, floats in [0, 1].
+void FillValid(const Frame& frame, unsigned seed) {
+  Bytes& pixels = ForeignFrame::Pixels(frame);
+  std::mt19937 random(seed);
+  const std::uint32_t sample = frame->GetPixelFormat().properties & zmt::kPixelFormatPropertyMask_Sample;
+  for (std::size_t i = 0; i < pixels.size();) {
+    if (sample == zmt::kPixelFormatSample_32f) {
+      const float value = static_cast<float>(random() % 1001) / 1000.0f;
+      std::memcpy(&pixels[i], &value, 4);
+      i += 4;
+    } else if (sample == zmt::kPixelFormatSample_15u) {
+      const std::uint16_t value = static_cast<std::uint16_t>(random() % 32769);
+      std::memcpy(&pixels[i], &value, 2);
+      i += 2;
+    } else {
+      pixels[i++] = static_cast<std::uint8_t>(random());
+    }
+  }
+}
+
+class FrameTransfers : public EveryDevice {
+ protected:
+  Frame Upload(const Frame& source, zmt::RenderQuality quality = zmt::kRenderQuality_High) {
+    const LM::PixelFormat staging = zmt::Select4444PixelFormat(source->GetPixelFormat(), quality);
+    return LM::UploadFrameImmediate(device_, source, staging, quality, Rect());
+  }
+};
+
+// Every four-component 8u, 15u and 32f host format goes up in its staging format (no change on the device)
+// and comes back: exactly where the staging format is the source's own.
+TEST_P(FrameTransfers, EveryFourComponentFormatGoesUpAndComesBack) {
+  std::size_t count = 0;
+  const zmt::PixelFormatInfo* table = zmt::PixelFormatTable(count);
+  int formats = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const LM::PixelFormat format = table[i].format;
+    const std::uint32_t sample = format.properties & zmt::kPixelFormatPropertyMask_Sample;
+    if ((format.properties & zmt::kPixelFormatPropertyMask_Layout) != zmt::kPixelFormatLayout_4444 ||
+        (sample != zmt::kPixelFormatSample_8u && sample != zmt::kPixelFormatSample_15u &&
+         sample != zmt::kPixelFormatSample_32f)) {
+      continue;
+    }
+    ++formats;
+    const Frame source = ForeignFrame::Make(format, 7, 3);
+    FillValid(source, static_cast<unsigned>(i));
+    const Frame gpu = Upload(source);
+    ASSERT_TRUE(gpu) << table[i].name;
+    EXPECT_TRUE(As<LM::IGPUVideoFrame>(gpu));
+    const Frame back = LM::ReadBackFrame(gpu, format, Rect(), {1, 1}, zmt::kFieldType_Progressive,
+                                         zmt::kRenderQuality_High, true);
+    ASSERT_TRUE(back) << table[i].name;
+    if (gpu->GetPixelFormat() == format) {
+      EXPECT_EQ(HostBytes(back), ForeignFrame::Pixels(source)) << table[i].name;
+    } else {
+      ADD_FAILURE() << table[i].name << " staged in another format; compare within a step";
+    }
+  }
+  EXPECT_GE(formats, 20);
+}
+
+// The staging frame: a library frame as it is; a 4:2:0 field source decoded at a quarter keeps its format;
+// a 4:4:4 decode at a quarter stages in 8-bit Y'CbCr; the rest in the renderer's choice, which on OpenCL is
+// the source itself when nothing changes.
+TEST_P(FrameTransfers, TheStagingFrameForEachKindOfSource) {
+  const Rect none;
+  Frame library;
+  ASSERT_EQ(LM::CreateHostMemoryVideoFrame(library, device_, zmt::kPixelFormat_BGRA_4444_8u, 4, 4, {1, 1},
+                                           zmt::kFieldType_Progressive, {}),
+            0);
+  EXPECT_EQ(LM::AllocateHostFrameForUpload(device_, library, zmt::kRenderQuality_High, none), library);
+
+  const Frame fields = ForeignFrame::Make(zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_601, 16, 8,
+                                          zmt::kFieldType_UpperFirst);
+  const Frame quarter =
+      LM::AllocateHostFrameForUpload(device_, fields, zmt::kRenderQuality_Low, Rect(0, 0, 8, 4));
+  ASSERT_TRUE(quarter);
+  EXPECT_EQ(quarter->GetPixelFormat(), fields->GetPixelFormat());
+  EXPECT_EQ(quarter->GetBounds(), Rect(0, 0, 8, 4));
+  EXPECT_EQ(quarter->GetFieldType(), zmt::kFieldType_Progressive);
+
+  const Frame decoded = ForeignFrame::Make(zmt::kPixelFormat_VUYA_4444_8u_709, 16, 8);
+  const Frame staged =
+      LM::AllocateHostFrameForUpload(device_, decoded, zmt::kRenderQuality_High, Rect(0, 0, 8, 4));
+  ASSERT_TRUE(staged);
+  EXPECT_EQ(staged->GetPixelFormat(), zmt::kPixelFormat_VUYA_4444_8u_709);
+
+  const Frame plain = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 4, 4);
+  const Frame same = LM::AllocateHostFrameForUpload(device_, plain, zmt::kRenderQuality_High, none);
+  ASSERT_TRUE(same);
+  EXPECT_EQ(same == plain, device_->GetFramework() == LM::kDeviceFramework_OpenCL);
+  EXPECT_EQ(same->GetPixelFormat(),
+            zmt::Select4444PixelFormat(zmt::kPixelFormat_BGRA_4444_8u, zmt::kRenderQuality_High));
+}
+
+// A GPU frame is returned as it is; a non-blocking copy hands its event to the new frame, a blocking one
+// does not; a centred rectangle of a frame without an origin places it in the middle.
+TEST_P(FrameTransfers, CopyToDeviceEventsAndOrigins) {
+  const Frame source = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 10, 8);
+  FillValid(source, 1);
+  const Frame blocking = LM::CopyToDevice(device_, source, Rect(), true);
+  ASSERT_TRUE(blocking);
+  EXPECT_FALSE(As<LM::ICompletionEventVideoFrame>(blocking)->GetCompletionEvent());
+  EXPECT_EQ(LM::CopyToDevice(device_, blocking, Rect(), true), blocking);
+  EXPECT_EQ(LM::UploadFrameImmediate(device_, blocking, LM::kPixelFormat_GPU_BGRA_4444_32f,
+                                     zmt::kRenderQuality_High, Rect()),
+            blocking);
+
+  const Frame centred = LM::CopyToDevice(device_, source, Rect(2, 2, 6, 8), false);
+  ASSERT_TRUE(centred);
+  EXPECT_TRUE(As<LM::ICompletionEventVideoFrame>(centred)->GetCompletionEvent());
+  EXPECT_EQ(centred->GetOrigin(), OXR::ParamPoint<CPoint>((10 - 4) / 2, (8 - 6) / 2));
+  EXPECT_EQ(LM::CopyToDevice(device_, source, Rect(), true)->GetOrigin(), OXR::ParamPoint<CPoint>(0, 0));
+  const auto memory = As<LM::IGPUVideoFrameMemoryAccess>(centred);
+  EXPECT_EQ(Download(memory->GetBaseAddress(), memory->GetDataSize()), ForeignFrame::Pixels(source));
+}
+
+// Copies between frames: whole frames between GPU frames, a part read back, a frame placed into a
+// rectangle of another, each exact for one format.
+TEST_P(FrameTransfers, CopiesAndPartsAreExact) {
+  const LM::PixelFormat format = zmt::kPixelFormat_BGRA_4444_8u;
+  const Frame source = ForeignFrame::Make(format, 6, 4);
+  FillValid(source, 2);
+  const Frame gpu = LM::CopyToDevice(device_, source, Rect(), true);
+  Frame other;
+  ASSERT_EQ(LM::CreateGPUVideoFrame(other, device_, format, 6, 4, {1, 1}, zmt::kFieldType_Progressive, {}),
+            0);
+  ASSERT_EQ(LM::CopyFrame(other, gpu, zmt::kRenderQuality_High), 0);
+  const Frame part = LM::ReadBackFrame(other, format, Rect(2, 1, 5, 3), {1, 1}, zmt::kFieldType_Progressive,
+                                       zmt::kRenderQuality_High, true);
+  ASSERT_TRUE(part);
+  EXPECT_EQ(part->GetBounds(), Rect(0, 0, 3, 2));
+  EXPECT_EQ(part->GetOrigin(), OXR::ParamPoint<CPoint>(2, 1));
+  const Bytes& all = ForeignFrame::Pixels(source);
+  Bytes expected;
+  for (int y = 1; y < 3; ++y) expected.insert(expected.end(), &all[(y * 6 + 2) * 4], &all[(y * 6 + 5) * 4]);
+  EXPECT_EQ(HostBytes(part), expected);
+
+  // The 6 x 4 frame into the rectangle (1, 2)-(7, 6) of a 8 x 7 GPU frame, and into a host frame.
+  for (bool gpuDestination : {true, false}) {
+    Frame destination;
+    ASSERT_EQ((gpuDestination ? LM::CreateGPUVideoFrame : LM::CreateHostMemoryVideoFrame)(
+                  destination, device_, format, 8, 7, {1, 1}, zmt::kFieldType_Progressive, {}),
+              0);
+    ASSERT_EQ(LM::CopyFrameRect(destination, Rect(1, 2, 7, 6), gpuDestination ? source : gpu, Frame(),
+                                zmt::kRenderQuality_High),
+              0);
+    const Frame seen = gpuDestination
+                           ? LM::ReadBackFrame(destination, format, Rect(1, 2, 7, 6), {1, 1},
+                                               zmt::kFieldType_Progressive, zmt::kRenderQuality_High, true)
+                           : LM::ReadBackFrame(LM::CopyToDevice(device_, destination, Rect(), true), format,
+                                               Rect(1, 2, 7, 6), {1, 1}, zmt::kFieldType_Progressive,
+                                               zmt::kRenderQuality_High, true);
+    ASSERT_TRUE(seen);
+    EXPECT_EQ(HostBytes(seen), all) << (gpuDestination ? "GPU" : "host");
+  }
+}
+
+TEST_P(FrameTransfers, BadFramesAndRectanglesAreRefused) {
+  const Frame host = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 4, 4);
+  Frame gpu;
+  ASSERT_EQ(LM::CreateGPUVideoFrame(gpu, device_, zmt::kPixelFormat_BGRA_4444_8u, 4, 4, {1, 1},
+                                    zmt::kFieldType_Progressive, {}),
+            0);
+  const Frame empty;
+  const auto q = zmt::kRenderQuality_High;
+  EXPECT_FALSE(LM::AllocateHostFrameForUpload({}, host, q, Rect()));
+  EXPECT_FALSE(LM::AllocateHostFrameForUpload(device_, empty, q, Rect()));
+  EXPECT_FALSE(LM::CopyToDevice(device_, empty, Rect(), true));
+  EXPECT_FALSE(LM::UploadFrameImmediate(device_, empty, LM::kPixelFormat_GPU_BGRA_4444_32f, q, Rect()));
+  EXPECT_EQ(LM::CopyToHostFrame(host, empty, q), LM::kResultFailed);
+  EXPECT_EQ(LM::CopyToHostFrame(host, gpu, q), LM::kResultFailed) << "a GPU frame's memory is not the host's";
+  EXPECT_FALSE(LM::ReadBackFrame(host, zmt::kPixelFormat_BGRA_4444_8u, Rect(), {1, 1},
+                                 zmt::kFieldType_Progressive, q, true))
+      << "not a GPU frame";
+  EXPECT_FALSE(LM::ReadBackFrame(gpu, zmt::kPixelFormat_BGRA_4444_8u, Rect(2, 2, 6, 3), {1, 1},
+                                 zmt::kFieldType_Progressive, q, true))
+      << "outside the frame";
+  EXPECT_EQ(LM::CopyFrame(empty, gpu, q), LM::kResultFailed);
+  EXPECT_EQ(LM::CopyFrameRect(gpu, Rect(3, 3, 5, 5), host, Frame(), q), LM::kResultFailed) << "outside";
+  EXPECT_EQ(LM::CopyFrameRect(gpu, Rect(1, 1, 1, 3), host, Frame(), q), LM::kResultFailed) << "empty";
+}
+
+LM_ON_EVERY_DEVICE(FrameTransfers);
+
+}  // namespace
