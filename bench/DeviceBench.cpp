@@ -177,6 +177,7 @@ int main(int argc, char** argv) {
     const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
     const std::string tag =
         std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
+    RegisterFrameBenchmarks(device, tag);
     for (const Operation& operation : kOperations) {
       if (operation.cudaOnly && !cuda) continue;
       benchmark::RegisterBenchmark(
