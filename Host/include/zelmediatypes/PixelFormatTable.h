@@ -66,7 +66,9 @@ bool Is444DecodeFormat(PixelFormat format);
 bool IsBT709(PixelFormat format);
 
 // How a compressed or packed source of `format` is best decoded: the format a decoder delivers and the
-// size at which it does so, for a width × height frame.
+// size at which it does so, for a width × height frame. The table's formats are uncompressed, so each is
+// delivered as itself at the frame's own size; a format outside the table, or a size that is not positive,
+// gives kPixelFormat_Invalid at 0 × 0.
 struct DVDecompressionFormat {
   PixelFormat format;
   int width;
@@ -76,6 +78,12 @@ DVDecompressionFormat SelectDVDecompressionFormat(PixelFormat format, int width,
 
 // The four-component host format into which a CPU render of `format` stages a frame for the GPU at
 // `quality`: one that the GPU converter accepts as a source (the table's 4444 RGB and Y'CbCr families).
+// - A 4444 format of the table (the converter reads them all, GPU formats included) stays as it is.
+// - 8-bit video-range Y'CbCr 4:2:2 and 4:2:0: VUYA_4444_8u, or _8u_709 for BT.709, below
+//   kRenderQuality_High; from High on VUYA_4444_32f(_709), which keeps the fractions of interpolated chroma.
+// - v210 and full-range 4:2:0: VUYA_4444_32f(_709) at every quality, since 8-bit video range would lose
+//   levels.
+// - Any other format: kPixelFormat_Invalid.
 PixelFormat Select4444PixelFormat(PixelFormat format, RenderQuality quality);
 
 }  // namespace zelmediatypes
