@@ -37,7 +37,7 @@ bool IsInterlaced(zelmediatypes::FieldType fieldType) {
 // A frame's pixels on the host, as the renderer takes them.
 struct HostView {
   char* base;
-  int rowBytes;  // for planar formats the luma plane's
+  int rowBytes;  // 0: the format's own rows
   int width, height;
   PixelFormat format;
   zelmediatypes::FieldType fieldType;
@@ -55,9 +55,8 @@ bool ViewOf(const Frame& frame, HostView* view) {
   view->format = FK::BEPixelFormatToIRPixelFormat(frame->GetPixelFormat());
   view->fieldType = frame->GetFieldType();
   const auto rows = As<FK::IVideoFrame2DPixelMemoryAccess>(frame);
-  view->rowBytes = rows                                             ? rows->GetRowBytes()
-                   : zelmediatypes::IsPlanar420Format(view->format) ? view->width
-                                                                    : 0;
+  // Without row access (4:2:0 planes in one block), 0 asks the renderer for the format's own layout.
+  view->rowBytes = rows ? rows->GetRowBytes() : 0;
   return view->width > 0 && view->height > 0;
 }
 
