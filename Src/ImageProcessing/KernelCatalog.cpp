@@ -2,13 +2,14 @@
 // the OpenCL texts, so a family added to the library is added here too.
 #include "ImageProcessing/FillsKernels.h"
 #include "ImageProcessing/MemoryKernels.h"
+#include "ImageProcessing/PixelFormatConvertKernels.h"
 
 namespace LM {
 
 std::vector<KernelSignature> KernelCatalog() {
   std::vector<KernelSignature> signatures;
   AppendSignatures(signatures, fillWithColorKernel, copyMemory2DKernels, copyRectKernels,
-                   copyBufferToImageKernel);
+                   copyBufferToImageKernel, pixelFormatConvert444Kernels);
   return signatures;
 }
 

@@ -292,6 +292,7 @@ std::vector<KernelSignature> KernelCatalog();
 #define LM_HOST_TYPE_BUFFER ::LM::DevicePointer
 #define LM_HOST_TYPE_IN_BUFFER ::LM::DevicePointer
 #define LM_HOST_TYPE_IN_BYTES ::LM::DevicePointer
+#define LM_HOST_TYPE_BYTES ::LM::DevicePointer
 #define LM_HOST_TYPE_INT int
 #define LM_HOST_TYPE_FLOAT float
 #define LM_HOST_TYPE_FLOAT4 ::LM::float4
@@ -301,6 +302,7 @@ std::vector<KernelSignature> KernelCatalog();
 #define LM_HOST_KIND_BUFFER kDevicePointer
 #define LM_HOST_KIND_IN_BUFFER kDevicePointer
 #define LM_HOST_KIND_IN_BYTES kDevicePointer
+#define LM_HOST_KIND_BYTES kDevicePointer
 #define LM_HOST_KIND_INT kInt
 #define LM_HOST_KIND_FLOAT kFloat
 #define LM_HOST_KIND_FLOAT4 kFloat4
@@ -310,6 +312,7 @@ std::vector<KernelSignature> KernelCatalog();
 #define LM_OPENCL_TYPE_BUFFER "float*"
 #define LM_OPENCL_TYPE_IN_BUFFER "float*"
 #define LM_OPENCL_TYPE_IN_BYTES "uchar*"
+#define LM_OPENCL_TYPE_BYTES "uchar*"
 #define LM_OPENCL_TYPE_INT "int"
 #define LM_OPENCL_TYPE_FLOAT "float"
 #define LM_OPENCL_TYPE_FLOAT4 "float4"

@@ -55,4 +55,15 @@ LM_API int DeviceCopyRect(const boost::shared_ptr<Device>& device, const void* s
 LM_API int CopyBufferToImage(const boost::shared_ptr<Device>& device, const void* src, int srcOffset,
                              int srcRowBytes, void* dstImage, PixelFormat format, int width, int height);
 
+// Converts width x height pixels from `srcFormat` to `dstFormat`, one side a GPU format and the other a GPU
+// format or a host format of the converter's families (docs/pixel-formats.md lists them, their pitch units
+// and the colour mathematics), optionally reading the source bottom row first. Pitches are in bytes and
+// must be whole pixels of their format. A format converted to itself is a copy (FastDeviceMemcpy2D; the
+// flip is then ignored). kResultFailed for a format that is not described or of a refused type;
+// kResultUnsupported for a pair with no kernel (two host formats, a 4:2:0 destination, and for now the
+// packed 4:2:2 and planar 4:2:0 families, whose kernels are not built yet).
+LM_API int PixelFormatConvert(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
+                              PixelFormat srcFormat, void* dst, int dstRowBytes, PixelFormat dstFormat,
+                              int width, int height, bool flipVertically);
+
 }  // namespace LM

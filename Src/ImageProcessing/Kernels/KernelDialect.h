@@ -12,6 +12,7 @@
 //                                  floats (16 bytes) otherwise; stores round to nearest even
 //   LM_CopyPixel              moves one pixel's 8 or 16 bytes unchanged (NaN payloads and -0 survive)
 //   LM_Add4, LM_Sub4, LM_Mul4, LM_Scale4, LM_Clamp4   float4 arithmetic (CUDA has no float4 operators)
+//   LM_Round, LM_Pow          float rounding to nearest (ties to even) and power
 //   LM_KERNEL_WITH_PARAMETERS(name, LIST)   starts the definition of kernel `name` with the parameters of a
 //                             parameter list (KernelLists.h); a TEXTURE parameter is an image2d_t on OpenCL
 //                             and nothing on CUDA, where the kernel samples the module's texture reference
@@ -77,6 +78,9 @@ LM_DEVICE float4 LM_Clamp4(float4 a, float lo, float hi) {
   return fmin(fmax(a, lo), hi);
 }
 
+#define LM_Round(x) rint(x)
+#define LM_Pow(x, y) pow((x), (y))
+
 #define LM_DECLARE_TEXTURE(name) , __read_only image2d_t name
 #define LM_DECLARE_IMAGE_OUT(name) , __write_only image2d_t name
 #define LM_PASS_TEXTURE(name) , name
@@ -90,6 +94,7 @@ __constant sampler_t LM_TextureSampler =
 #include <cuda_fp16.h>
 
 typedef unsigned char uchar;
+typedef unsigned short ushort;
 
 #define LM_KERNEL extern "C" __global__ void
 #define LM_DEVICE static __device__ __forceinline__
@@ -133,6 +138,9 @@ LM_DEVICE float4 LM_Clamp4(float4 a, float lo, float hi) {
                      fminf(fmaxf(a.w, lo), hi));
 }
 
+#define LM_Round(x) rintf(x)
+#define LM_Pow(x, y) powf((x), (y))
+
 #define LM_DECLARE_TEXTURE(name)
 #define LM_DECLARE_IMAGE_OUT(name)
 #define LM_PASS_TEXTURE(name)
@@ -157,6 +165,7 @@ LM_DEVICE float4 LM_Clamp4(float4 a, float lo, float hi) {
 #define LM_DECLARE_BUFFER(name) , LM_GLOBAL float* name
 #define LM_DECLARE_IN_BUFFER(name) , LM_GLOBAL const float* name
 #define LM_DECLARE_IN_BYTES(name) , LM_GLOBAL const uchar* name
+#define LM_DECLARE_BYTES(name) , LM_GLOBAL uchar* name
 #define LM_DECLARE_INT(name) , int name
 #define LM_DECLARE_FLOAT(name) , float name
 #define LM_DECLARE_FLOAT4(name) , float4 name
@@ -167,6 +176,7 @@ LM_DEVICE float4 LM_Clamp4(float4 a, float lo, float hi) {
 #define LM_PASS_BUFFER(name) , name
 #define LM_PASS_IN_BUFFER(name) , name
 #define LM_PASS_IN_BYTES(name) , name
+#define LM_PASS_BYTES(name) , name
 #define LM_PASS_INT(name) , name
 #define LM_PASS_FLOAT(name) , name
 #define LM_PASS_FLOAT4(name) , name

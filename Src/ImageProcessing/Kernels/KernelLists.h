@@ -6,9 +6,9 @@
 // A parameter list is one macro of entries (kind, name), in order:
 //   #define LM_PARAMETERS_FillWithColorKernel(P) P(BUFFER, buffer) P(INT, pitch) ... P(FLOAT4, color)
 // Kinds: BUFFER (a float buffer the kernel writes), IN_BUFFER (a float buffer it reads), IN_BYTES (a byte
-// buffer it reads), INT, FLOAT, FLOAT4, TEXTURE (a sampled image on OpenCL; on CUDA no parameter at all,
-// the kernel samples the module's texture reference of that name) and IMAGE_OUT (a written image, for
-// kernels that exist on OpenCL only).
+// buffer it reads), BYTES (a byte buffer it writes), INT, FLOAT, FLOAT4, TEXTURE (a sampled image on OpenCL;
+// on CUDA no parameter at all, the kernel samples the module's texture reference of that name) and IMAGE_OUT
+// (a written image, for kernels that exist on OpenCL only).
 //
 // A family of variants adds a list of variant names, expanded with a context argument passed through to
 // each entry, and the rule that names each variant's kernel:
