@@ -2,7 +2,8 @@
 // the staging format) and read back into its own format, in frames per second, for 1920 x 1080 and
 // 3840 x 2160 (BM_UploadReadBack_1920x1080/OpenCL_0). The counter driver_allocations_per_frame is the
 // growth of both pools' blocks per frame after a warm-up frame: each new block is one allocation from the
-// driver, since nothing here trims the pools.
+// driver, since nothing here trims the pools. BM_UploadInto32f_1920x1080 uploads the same host frame into
+// kPixelFormat_GPU_BGRA_4444_32f: staged as it is, converted on the device.
 #include <benchmark/benchmark.h>
 #include <zelmediatypes/PixelFormats.h>
 
@@ -52,6 +53,28 @@ void UploadReadBack(benchmark::State& state, const boost::shared_ptr<LM::Device>
       static_cast<double>(PoolBlocks(device) - blocks) / static_cast<double>(state.iterations());
 }
 
+void UploadInto32f(benchmark::State& state, const boost::shared_ptr<LM::Device>& device) {
+  const Frame source = ForeignFrame::Make(zelmediatypes::kPixelFormat_BGRA_4444_8u, 1920, 1080);
+  const auto upload = [&]() {
+    const Frame gpu = LM::UploadFrameImmediate(device, source, LM::kPixelFormat_GPU_BGRA_4444_32f,
+                                               zelmediatypes::kRenderQuality_High, {});
+    OXR::InterfaceRef<LM::ICompletionEventVideoFrame> events;
+    if (!gpu || !events.QueryFrom(gpu, LM::ICompletionEventVideoFrame::kIID)) return false;
+    // The frame is ready when its conversion is: wait for it, as a host that uses it would.
+    if (const boost::shared_ptr<LM::Event> done = events->GetCompletionEvent()) done->Wait();
+    return true;
+  };
+  if (!upload()) return state.SkipWithError("the upload failed");
+  const std::size_t blocks = PoolBlocks(device);
+  for (auto _ : state) {
+    if (!upload()) return state.SkipWithError("the upload failed");
+  }
+  state.counters["frames_per_second"] =
+      benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+  state.counters["driver_allocations_per_frame"] =
+      static_cast<double>(PoolBlocks(device) - blocks) / static_cast<double>(state.iterations());
+}
+
 }  // namespace
 
 void RegisterFrameBenchmarks(const boost::shared_ptr<LM::Device>& device, const std::string& tag) {
@@ -64,4 +87,8 @@ void RegisterFrameBenchmarks(const boost::shared_ptr<LM::Device>& device, const 
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime();
   }
+  benchmark::RegisterBenchmark(("BM_UploadInto32f_1920x1080/" + tag).c_str(),
+                               [device](benchmark::State& state) { UploadInto32f(state, device); })
+      ->Unit(benchmark::kMillisecond)
+      ->UseRealTime();
 }

@@ -11,6 +11,7 @@
 
 #include "Devices/DeviceBackend.h"
 #include "Lumora/EventPoll.h"
+#include "Lumora/FrameOperations.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
 #include "Lumora/VideoFrames.h"
@@ -278,9 +279,14 @@ Frame UploadFrameImmediate(const boost::shared_ptr<Device>& device, const Frame&
   if (!staging) return Frame();
   if (staging != source && CopyToHostFrame(staging, source, quality) != kResultSuccess) return Frame();
   const Frame uploaded = CopyToDevice(device, staging, rect, true);
-  // The change into `format` is the device's frame-level conversion, which is not there yet.
-  if (!uploaded || uploaded->GetPixelFormat() != format) return Frame();
-  return uploaded;
+  if (!uploaded || uploaded->GetPixelFormat() == format) return uploaded;
+  // The change of format runs on the device.
+  const OXR::ParamRect<CRect> bounds = uploaded->GetBounds();
+  const Frame converted =
+      NewFrame(true, device, format, bounds.Width(), bounds.Height(), uploaded->GetPixelAspectRatio(),
+               uploaded->GetFieldType(), uploaded->GetOrigin());
+  if (!converted || ConvertFrame(converted, uploaded) < 0) return Frame();
+  return converted;
 } catch (...) {
   return Frame();
 }

@@ -42,9 +42,9 @@ LM_API OXR::InterfaceRef<TQ::IVideoFrame> CopyToDevice(const boost::shared_ptr<D
                                                        const OXR::InterfaceRef<TQ::IVideoFrame>& source,
                                                        const OXR::ParamRect<CRect>& rect, bool blocking);
 
-// Stages and uploads `source` and returns a GPU frame in `format`. The change from the staging format to
-// `format` runs on the device by the frame-level conversion; until it is available, a format other than the
-// staging one gives an empty result.
+// Stages and uploads `source` and returns a GPU frame in `format`: the staged frame itself when `format` is
+// the staging format, else a new frame converted from it on the device (ConvertFrame); empty when either
+// step fails, a format the converter cannot reach among them.
 LM_API OXR::InterfaceRef<TQ::IVideoFrame> UploadFrameImmediate(
     const boost::shared_ptr<Device>& device, const OXR::InterfaceRef<TQ::IVideoFrame>& source,
     PixelFormat format, zelmediatypes::RenderQuality quality, const OXR::ParamRect<CRect>& rect);

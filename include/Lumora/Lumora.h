@@ -6,6 +6,7 @@
 #include "Lumora/EventPoll.h"
 #include "Lumora/Export.h"
 #include "Lumora/FrameCache.h"
+#include "Lumora/FrameOperations.h"
 #include "Lumora/FrameTransfers.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Lifecycle.h"

@@ -188,6 +188,32 @@ TEST_P(FrameTransfers, CopiesAndPartsAreExact) {
   }
 }
 
+// Into the GPU working format: staged in the source's own format, then converted on the device, where
+// straight 8-bit colour becomes premultiplied floats.
+TEST_P(FrameTransfers, AnUploadIntoTheWorkingFormatConvertsOnTheDevice) {
+  const Frame source = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 3, 2);
+  FillValid(source, 3);
+  const Frame gpu = LM::UploadFrameImmediate(device_, source, LM::kPixelFormat_GPU_BGRA_4444_32f,
+                                             zmt::kRenderQuality_High, Rect());
+  ASSERT_TRUE(gpu);
+  EXPECT_EQ(gpu->GetPixelFormat(), LM::kPixelFormat_GPU_BGRA_4444_32f);
+  const auto memory = As<LM::IGPUVideoFrameMemoryAccess>(gpu);
+  const Bytes seen = Download(memory->GetBaseAddress(), memory->GetDataSize());
+  const Bytes& codes = ForeignFrame::Pixels(source);
+  for (std::size_t pixel = 0; pixel < 6; ++pixel) {
+    const float alpha = codes[4 * pixel + 3] / 255.0f;
+    for (int c = 0; c < 4; ++c) {
+      float value;
+      std::memcpy(&value, &seen[16 * pixel + 4 * c], 4);
+      const float straight = codes[4 * pixel + c] / 255.0f;
+      EXPECT_NEAR(value, c == 3 ? alpha : straight * alpha, 1e-6) << pixel << " " << c;
+    }
+  }
+  EXPECT_FALSE(LM::UploadFrameImmediate(device_, source, zmt::kPixelFormat_UYVY_422_8u,
+                                        zmt::kRenderQuality_High, Rect()))
+      << "no conversion reaches it";
+}
+
 TEST_P(FrameTransfers, BadFramesAndRectanglesAreRefused) {
   const Frame host = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 4, 4);
   Frame gpu;

@@ -35,6 +35,7 @@ class CUDAOperations : public testing::Test {
     folder_.Write("PTX/Memory_NVIDIA.ptx", memory);
     folder_.Write("PTX/TextureProbe_NVIDIA.ptx", BuiltPtx("TextureProbe"));
     folder_.Write("PTX/FamilyProbe_NVIDIA.ptx", BuiltPtx("FamilyProbe"));
+    folder_.Write("PTX/PixelFormatConvert_444_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_444"));
     device_ = LM::Device::Create(0, 0, 0);
     device_->InitializeContext();
     access_.emplace(*device_);
@@ -168,6 +169,23 @@ TEST_F(CUDAOperations, ExtentsStayInsideTheAllocationThatHoldsTheirAddress) {
   EXPECT_EQ(fake_->fakecuda_CallCount("cuMemGetAddressRange_v2"), 0u);
   device_->ResetDebugFlags();
   device_->GetDeviceMemory()->Release(block, {});
+}
+
+// CUDA flips by walking the source upwards: the kernel gets the last row and a negative pitch, in pixels.
+TEST_F(CUDAOperations, AFlippedConversionStartsAtTheLastRowWithANegativePitch) {
+  char* source = static_cast<char*>(device_->GetDeviceMemory()->Allocate(4 * 64, nullptr));
+  char* target = static_cast<char*>(device_->GetDeviceMemory()->Allocate(4 * 128, nullptr));
+  ASSERT_EQ(LM::PixelFormatConvert(device_, source, 64, zelmediatypes::kPixelFormat_BGRA_4444_8u, target, 128,
+                                   LM::kPixelFormat_GPU_BGRA_4444_32f, 8, 4, true),
+            LM::kResultSuccess);
+  const FakeCUDALaunch launch = OnlyLaunch();
+  EXPECT_STREQ(launch.function, "PixelFormatConvert_BGRA_4444_8u_To_BGRA_4444_32f_Kernel");
+  EXPECT_EQ(At<unsigned long long>(launch, 0), reinterpret_cast<std::uintptr_t>(source + 3 * 64));
+  EXPECT_EQ(At<int>(launch, 8), -16) << "64 bytes of 4-byte pixels, upwards";
+  EXPECT_EQ(At<int>(launch, 24), 8) << "the destination pitch in 16-byte pixels";
+  EXPECT_EQ(At<int>(launch, 40), 1) << "the flag, which the CUDA kernel leaves to the pitch";
+  device_->GetDeviceMemory()->Release(source, {});
+  device_->GetDeviceMemory()->Release(target, {});
 }
 
 TEST_F(CUDAOperationsWithoutFills, AMissingModuleFailsEveryCallUntilTheContextIsMadeAgain) {
