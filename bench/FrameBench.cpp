@@ -58,8 +58,8 @@ void UploadInto32f(benchmark::State& state, const boost::shared_ptr<LM::Device>&
   const auto upload = [&]() {
     const Frame gpu = LM::UploadFrameImmediate(device, source, LM::kPixelFormat_GPU_BGRA_4444_32f,
                                                zelmediatypes::kRenderQuality_High, {});
-    OXR::InterfaceRef<LM::ICompletionEventVideoFrame> events;
-    if (!gpu || !events.QueryFrom(gpu, LM::ICompletionEventVideoFrame::kIID)) return false;
+    const auto events = OXR::Query<LM::ICompletionEventVideoFrame>(gpu);
+    if (!events) return false;
     // The frame is ready when its conversion is: wait for it, as a host that uses it would.
     if (const boost::shared_ptr<LM::Event> done = events->GetCompletionEvent()) done->Wait();
     return true;

@@ -8,8 +8,8 @@ namespace {
 
 // Whether a cached frame still stands for its key: a GPU frame that kept the identity it was cached under.
 bool IsValid(const zelcore::utility::Guid& key, const OXR::InterfaceRef<TQ::IVideoFrame>& frame) {
-  OXR::InterfaceRef<IGPUVideoFrame> gpu;
-  return gpu.QueryFrom(frame, IGPUVideoFrame::kIID) && gpu->GetGuid() == key;
+  const auto gpu = OXR::Query<IGPUVideoFrame>(frame);
+  return gpu && gpu->GetGuid() == key;
 }
 
 // The bytes a frame holds: its allocated size, through whichever memory access it offers.
@@ -32,8 +32,7 @@ void FrameCache::SetCapacity(std::size_t capacity) {
 }
 
 void FrameCache::CacheFrame(zelcore::utility::Guid key, const OXR::InterfaceRef<TQ::IVideoFrame>& frame) {
-  OXR::InterfaceRef<ICompletionEventVideoFrame> library;
-  if (!library.QueryFrom(frame, ICompletionEventVideoFrame::kIID)) return;
+  if (!OXR::Query<ICompletionEventVideoFrame>(frame)) return;
   OXR::CriticalSectionLock guard(lock_, "FrameCache::CacheFrame");
   Entry& entry = entries_[key];
   entry.frame = frame;

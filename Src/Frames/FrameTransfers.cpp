@@ -23,13 +23,6 @@ namespace {
 using Frame = OXR::InterfaceRef<TQ::IVideoFrame>;
 using Rect = OXR::ParamRect<CRect>;
 
-template <class I>
-OXR::InterfaceRef<I> As(const Frame& frame) {
-  OXR::InterfaceRef<I> found;
-  found.QueryFrom(frame, I::kIID);
-  return found;
-}
-
 bool IsInterlaced(zelmediatypes::FieldType fieldType) {
   return fieldType == zelmediatypes::kFieldType_UpperFirst ||
          fieldType == zelmediatypes::kFieldType_LowerFirst;
@@ -47,7 +40,7 @@ struct HostView {
 // False for a frame whose memory is not on the host (a GPU frame, a foreign frame without memory access)
 // or whose size is not positive.
 bool ViewOf(const Frame& frame, HostView* view) {
-  const auto memory = As<FK::IVideoFrameMemoryAccess>(frame);
+  const auto memory = OXR::Query<FK::IVideoFrameMemoryAccess>(frame);
   if (!memory || memory->GetBaseAddress() == nullptr) return false;
   const Rect bounds = frame->GetBounds();
   view->base = static_cast<char*>(memory->GetBaseAddress());
@@ -55,7 +48,7 @@ bool ViewOf(const Frame& frame, HostView* view) {
   view->height = bounds.Height();
   view->format = FK::BEPixelFormatToIRPixelFormat(frame->GetPixelFormat());
   view->fieldType = frame->GetFieldType();
-  const auto rows = As<FK::IVideoFrame2DPixelMemoryAccess>(frame);
+  const auto rows = OXR::Query<FK::IVideoFrame2DPixelMemoryAccess>(frame);
   // Without row access (4:2:0 planes in one block), 0 asks the renderer for the format's own layout.
   view->rowBytes = rows ? rows->GetRowBytes() : 0;
   return view->width > 0 && view->height > 0;
@@ -63,13 +56,13 @@ bool ViewOf(const Frame& frame, HostView* view) {
 
 // Waits for the work still queued on one of the library's frames (a read-back into it, say).
 void WaitForWork(const Frame& frame) {
-  if (const auto events = As<ICompletionEventVideoFrame>(frame)) {
+  if (const auto events = OXR::Query<ICompletionEventVideoFrame>(frame)) {
     if (const boost::shared_ptr<Event> pending = events->GetCompletionEvent()) pending->Wait();
   }
 }
 
 boost::shared_ptr<Device> DeviceOf(const Frame& frame) {
-  const auto events = As<ICompletionEventVideoFrame>(frame);
+  const auto events = OXR::Query<ICompletionEventVideoFrame>(frame);
   return events ? events->GetDevice() : boost::shared_ptr<Device>();
 }
 
@@ -101,8 +94,8 @@ Frame NewFrame(bool gpu, const boost::shared_ptr<Device>& device, PixelFormat fo
 // Copies a host block into a GPU frame's block on the device's queue; the copy's event becomes the
 // completion event of both frames, so neither block is reused before it.
 int Upload(const Frame& host, const Frame& gpu) {
-  const auto hostMemory = As<FK::IVideoFrameMemoryAccess>(host);
-  const auto gpuMemory = As<IGPUVideoFrameMemoryAccess>(gpu);
+  const auto hostMemory = OXR::Query<FK::IVideoFrameMemoryAccess>(host);
+  const auto gpuMemory = OXR::Query<IGPUVideoFrameMemoryAccess>(gpu);
   const boost::shared_ptr<Device> device = DeviceOf(gpu);
   if (!hostMemory || !gpuMemory || !device || hostMemory->GetDataSize() < gpuMemory->GetDataSize()) {
     return kResultFailed;
@@ -114,8 +107,8 @@ int Upload(const Frame& host, const Frame& gpu) {
   const int copied = queue->CopyHostToDevice(hostMemory->GetBaseAddress(), gpuMemory->GetBaseAddress(),
                                              gpuMemory->GetDataSize(), &done);
   if (copied != kResultSuccess) return kResultFailed;
-  As<ICompletionEventVideoFrame>(host)->SetCompletionEvent(done);
-  As<ICompletionEventVideoFrame>(gpu)->SetCompletionEvent(done);
+  OXR::Query<ICompletionEventVideoFrame>(host)->SetCompletionEvent(done);
+  OXR::Query<ICompletionEventVideoFrame>(gpu)->SetCompletionEvent(done);
   return kResultSuccess;
 }
 
@@ -123,21 +116,21 @@ int Upload(const Frame& host, const Frame& gpu) {
 void MarkUsed(const boost::shared_ptr<Device>& device, const Frame& a, const Frame& b) {
   const boost::shared_ptr<CommandQueue> queue = device->GetCommandQueue();
   const boost::shared_ptr<Event> done = queue ? queue->RecordEvent() : boost::shared_ptr<Event>();
-  As<ICompletionEventVideoFrame>(a)->SetCompletionEvent(done);
-  As<ICompletionEventVideoFrame>(b)->SetCompletionEvent(done);
+  OXR::Query<ICompletionEventVideoFrame>(a)->SetCompletionEvent(done);
+  OXR::Query<ICompletionEventVideoFrame>(b)->SetCompletionEvent(done);
 }
 
 // The part `rect` of a GPU frame on a device copied into another GPU frame at (left, top), by the device.
 int CopyOnDevice(const Frame& source, const Rect& part, const Frame& destination, int left, int top) {
   const boost::shared_ptr<Device> device = DeviceOf(source);
-  const auto from = As<FK::IVideoFrame2DPixelMemoryAccess>(source);
-  const auto to = As<FK::IVideoFrame2DPixelMemoryAccess>(destination);
+  const auto from = OXR::Query<FK::IVideoFrame2DPixelMemoryAccess>(source);
+  const auto to = OXR::Query<FK::IVideoFrame2DPixelMemoryAccess>(destination);
   if (!device || !from || !to) return kResultFailed;
   const ExclusiveAccess access(*device);
-  const int result =
-      DeviceCopyRect(device, As<IGPUVideoFrameMemoryAccess>(source)->GetBaseAddress(), from->GetRowBytes(),
-                     As<IGPUVideoFrameMemoryAccess>(destination)->GetBaseAddress(), to->GetRowBytes(),
-                     source->GetPixelFormat(), part.left, part.top, left, top, part.Width(), part.Height());
+  const int result = DeviceCopyRect(
+      device, OXR::Query<IGPUVideoFrameMemoryAccess>(source)->GetBaseAddress(), from->GetRowBytes(),
+      OXR::Query<IGPUVideoFrameMemoryAccess>(destination)->GetBaseAddress(), to->GetRowBytes(),
+      source->GetPixelFormat(), part.left, part.top, left, top, part.Width(), part.Height());
   if (result == kResultSuccess) MarkUsed(device, source, destination);
   return result == kResultSuccess ? kResultSuccess : kResultFailed;
 }
@@ -153,7 +146,7 @@ Frame PinnedCopyOf(const Frame& source) {
 Frame AllocateHostFrameForUpload(const boost::shared_ptr<Device>& device, const Frame& source,
                                  zelmediatypes::RenderQuality quality, const Rect& rect) try {
   if (!device || !source) return Frame();
-  if (As<ICompletionEventVideoFrame>(source)) return source;
+  if (OXR::Query<ICompletionEventVideoFrame>(source)) return source;
   zelmediatypes::FieldType fieldType = source->GetFieldType();
   const PixelFormat format = source->GetPixelFormat();
   const Rect bounds = source->GetBounds();
@@ -222,7 +215,7 @@ int CopyToHostFrame(const Frame& destination, const Frame& source, zelmediatypes
 Frame CopyToDevice(const boost::shared_ptr<Device>& device, const Frame& source, const Rect& rect,
                    bool blocking) try {
   if (!device || !source) return Frame();
-  if (As<IGPUVideoFrame>(source)) return source;
+  if (OXR::Query<IGPUVideoFrame>(source)) return source;
   const Rect bounds = source->GetBounds();
   OXR::ParamPoint<CPoint> origin = source->GetOrigin();
   if (origin.x == -1 && origin.y == -1) {
@@ -234,9 +227,9 @@ Frame CopyToDevice(const boost::shared_ptr<Device>& device, const Frame& source,
   const Frame frame = NewFrame(true, device, source->GetPixelFormat(), bounds.Width(), bounds.Height(),
                                source->GetPixelAspectRatio(), source->GetFieldType(), origin);
   if (!frame) return Frame();
-  const auto target = As<IGPUVideoFrameMemoryAccess>(frame);
-  const auto sourceEvents = As<ICompletionEventVideoFrame>(source);
-  const auto sourceMemory = As<FK::IVideoFrameMemoryAccess>(source);
+  const auto target = OXR::Query<IGPUVideoFrameMemoryAccess>(frame);
+  const auto sourceEvents = OXR::Query<ICompletionEventVideoFrame>(source);
+  const auto sourceMemory = OXR::Query<FK::IVideoFrameMemoryAccess>(source);
   const std::size_t length = target->GetDataSize();
   if (!sourceMemory || sourceMemory->GetBaseAddress() == nullptr || sourceMemory->GetDataSize() < length) {
     return Frame();
@@ -265,7 +258,7 @@ Frame CopyToDevice(const boost::shared_ptr<Device>& device, const Frame& source,
   } else {
     KeepUntilCopied(device, source, pinned);
   }
-  if (!blocking) As<ICompletionEventVideoFrame>(frame)->SetCompletionEvent(done);
+  if (!blocking) OXR::Query<ICompletionEventVideoFrame>(frame)->SetCompletionEvent(done);
   return copied == kResultSuccess ? frame : Frame();
 } catch (...) {
   return Frame();
@@ -274,7 +267,7 @@ Frame CopyToDevice(const boost::shared_ptr<Device>& device, const Frame& source,
 Frame UploadFrameImmediate(const boost::shared_ptr<Device>& device, const Frame& source, PixelFormat format,
                            zelmediatypes::RenderQuality quality, const Rect& rect) try {
   if (!device || !source) return Frame();
-  if (As<IGPUVideoFrame>(source)) return source;
+  if (OXR::Query<IGPUVideoFrame>(source)) return source;
   const Frame staging = AllocateHostFrameForUpload(device, source, quality, rect);
   if (!staging) return Frame();
   if (staging != source && CopyToHostFrame(staging, source, quality) != kResultSuccess) return Frame();
@@ -295,7 +288,7 @@ Frame ReadBackFrame(const Frame& source, PixelFormat format, Rect rect,
                     zelmediatypes::PixelAspectRatio aspect, zelmediatypes::FieldType fieldType,
                     zelmediatypes::RenderQuality quality, bool wait) try {
   if (!source) return Frame();
-  const auto memory = As<IGPUVideoFrameMemoryAccess>(source);
+  const auto memory = OXR::Query<IGPUVideoFrameMemoryAccess>(source);
   const boost::shared_ptr<Device> device = DeviceOf(source);
   if (!memory || !device) return Frame();
   const Rect bounds = source->GetBounds();
@@ -313,12 +306,12 @@ Frame ReadBackFrame(const Frame& source, PixelFormat format, Rect rect,
     const ExclusiveAccess access(*device);
     const boost::shared_ptr<CommandQueue> queue = device->GetCommandQueue();
     if (!queue || queue->CopyDeviceToHost(memory->GetBaseAddress(),
-                                          As<FK::IVideoFrameMemoryAccess>(pinned)->GetBaseAddress(),
+                                          OXR::Query<FK::IVideoFrameMemoryAccess>(pinned)->GetBaseAddress(),
                                           memory->GetDataSize(), &done, true) != kResultSuccess) {
       return Frame();
     }
   }
-  As<ICompletionEventVideoFrame>(pinned)->SetCompletionEvent(done);
+  OXR::Query<ICompletionEventVideoFrame>(pinned)->SetCompletionEvent(done);
   if (asItIs) {
     if (wait) WaitForWork(pinned);
     return pinned;
@@ -351,8 +344,8 @@ Frame ReadBackFrame(const Frame& source, PixelFormat format, Rect rect,
 
 int CopyFrame(const Frame& destination, const Frame& source, zelmediatypes::RenderQuality quality) try {
   if (!destination || !source) return kResultFailed;
-  const bool toGPU = static_cast<bool>(As<IGPUVideoFrame>(destination));
-  const bool fromGPU = static_cast<bool>(As<IGPUVideoFrame>(source));
+  const bool toGPU = static_cast<bool>(OXR::Query<IGPUVideoFrame>(destination));
+  const bool fromGPU = static_cast<bool>(OXR::Query<IGPUVideoFrame>(source));
   const Rect bounds = destination->GetBounds();
   if (toGPU && fromGPU) {
     if (DeviceOf(destination) != DeviceOf(source)) return kResultFailed;
@@ -377,8 +370,8 @@ int CopyFrame(const Frame& destination, const Frame& source, zelmediatypes::Rend
 int CopyFrameRect(const Frame& destination, Rect destinationRect, const Frame& source, const Frame& staging,
                   zelmediatypes::RenderQuality quality) try {
   if (!destination || !source || !Inside(destinationRect, destination->GetBounds())) return kResultFailed;
-  const bool toGPU = static_cast<bool>(As<IGPUVideoFrame>(destination));
-  const bool fromGPU = static_cast<bool>(As<IGPUVideoFrame>(source));
+  const bool toGPU = static_cast<bool>(OXR::Query<IGPUVideoFrame>(destination));
+  const bool fromGPU = static_cast<bool>(OXR::Query<IGPUVideoFrame>(source));
   const int width = destinationRect.Width(), height = destinationRect.Height();
   const PixelFormat format = destination->GetPixelFormat();
   if (toGPU && fromGPU && DeviceOf(destination) != DeviceOf(source)) return kResultFailed;
@@ -415,8 +408,9 @@ int CopyFrameRect(const Frame& destination, Rect destinationRect, const Frame& s
   // Into a GPU frame: staged on the host at the rectangle's size, uploaded whole, then placed by the device.
   const boost::shared_ptr<Device> device = DeviceOf(destination);
   Frame staged = staging;
-  const bool fits = staged && As<ICompletionEventVideoFrame>(staged) && !As<IGPUVideoFrame>(staged) &&
-                    staged->GetPixelFormat() == format && staged->GetBounds() == Rect(0, 0, width, height);
+  const bool fits = staged && OXR::Query<ICompletionEventVideoFrame>(staged) &&
+                    !OXR::Query<IGPUVideoFrame>(staged) && staged->GetPixelFormat() == format &&
+                    staged->GetBounds() == Rect(0, 0, width, height);
   if (!fits) {
     staged = NewFrame(false, device, format, width, height, destination->GetPixelAspectRatio(),
                       destination->GetFieldType(), OXR::ParamPoint<CPoint>(0, 0));

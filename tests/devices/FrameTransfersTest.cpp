@@ -8,6 +8,7 @@
 
 #include "EveryDevice.h"
 #include "ForeignFrame.h"
+#include "Lumora/FrameOperations.h"
 #include "Lumora/FrameTransfers.h"
 #include "Lumora/Results.h"
 #include "Lumora/VideoFrames.h"
@@ -18,15 +19,8 @@ using Frame = OXR::InterfaceRef<TQ::IVideoFrame>;
 using Rect = OXR::ParamRect<CRect>;
 namespace zmt = zelmediatypes;
 
-template <class I>
-OXR::InterfaceRef<I> As(const Frame& frame) {
-  OXR::InterfaceRef<I> found;
-  found.QueryFrom(frame, I::kIID);
-  return found;
-}
-
 Bytes HostBytes(const Frame& frame) {
-  const auto memory = As<FK::IVideoFrameMemoryAccess>(frame);
+  const auto memory = OXR::Query<FK::IVideoFrameMemoryAccess>(frame);
   const auto* base = static_cast<const std::uint8_t*>(memory->GetBaseAddress());
   return Bytes(base, base + memory->GetDataSize());
 }
@@ -78,7 +72,7 @@ TEST_P(FrameTransfers, EveryFourComponentFormatGoesUpAndComesBack) {
     FillValid(source, static_cast<unsigned>(i));
     const Frame gpu = Upload(source);
     ASSERT_TRUE(gpu) << table[i].name;
-    EXPECT_TRUE(As<LM::IGPUVideoFrame>(gpu));
+    EXPECT_TRUE(OXR::Query<LM::IGPUVideoFrame>(gpu));
     const Frame back = LM::ReadBackFrame(gpu, format, Rect(), {1, 1}, zmt::kFieldType_Progressive,
                                          zmt::kRenderQuality_High, true);
     ASSERT_TRUE(back) << table[i].name;
@@ -132,7 +126,7 @@ TEST_P(FrameTransfers, CopyToDeviceEventsAndOrigins) {
   FillValid(source, 1);
   const Frame blocking = LM::CopyToDevice(device_, source, Rect(), true);
   ASSERT_TRUE(blocking);
-  EXPECT_FALSE(As<LM::ICompletionEventVideoFrame>(blocking)->GetCompletionEvent());
+  EXPECT_FALSE(OXR::Query<LM::ICompletionEventVideoFrame>(blocking)->GetCompletionEvent());
   EXPECT_EQ(LM::CopyToDevice(device_, blocking, Rect(), true), blocking);
   EXPECT_EQ(LM::UploadFrameImmediate(device_, blocking, LM::kPixelFormat_GPU_BGRA_4444_32f,
                                      zmt::kRenderQuality_High, Rect()),
@@ -140,10 +134,10 @@ TEST_P(FrameTransfers, CopyToDeviceEventsAndOrigins) {
 
   const Frame centred = LM::CopyToDevice(device_, source, Rect(2, 2, 6, 8), false);
   ASSERT_TRUE(centred);
-  EXPECT_TRUE(As<LM::ICompletionEventVideoFrame>(centred)->GetCompletionEvent());
+  EXPECT_TRUE(OXR::Query<LM::ICompletionEventVideoFrame>(centred)->GetCompletionEvent());
   EXPECT_EQ(centred->GetOrigin(), OXR::ParamPoint<CPoint>((10 - 4) / 2, (8 - 6) / 2));
   EXPECT_EQ(LM::CopyToDevice(device_, source, Rect(), true)->GetOrigin(), OXR::ParamPoint<CPoint>(0, 0));
-  const auto memory = As<LM::IGPUVideoFrameMemoryAccess>(centred);
+  const auto memory = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(centred);
   EXPECT_EQ(Download(memory->GetBaseAddress(), memory->GetDataSize()), ForeignFrame::Pixels(source));
 }
 
@@ -197,7 +191,7 @@ TEST_P(FrameTransfers, AnUploadIntoTheWorkingFormatConvertsOnTheDevice) {
                                              zmt::kRenderQuality_High, Rect());
   ASSERT_TRUE(gpu);
   EXPECT_EQ(gpu->GetPixelFormat(), LM::kPixelFormat_GPU_BGRA_4444_32f);
-  const auto memory = As<LM::IGPUVideoFrameMemoryAccess>(gpu);
+  const auto memory = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(gpu);
   const Bytes seen = Download(memory->GetBaseAddress(), memory->GetDataSize());
   const Bytes& codes = ForeignFrame::Pixels(source);
   for (std::size_t pixel = 0; pixel < 6; ++pixel) {
@@ -235,6 +229,13 @@ TEST_P(FrameTransfers, BadFramesAndRectanglesAreRefused) {
                                  zmt::kFieldType_Progressive, q, true))
       << "outside the frame";
   EXPECT_EQ(LM::CopyFrame(empty, gpu, q), LM::kResultFailed);
+  Frame larger;
+  ASSERT_EQ(LM::CreateGPUVideoFrame(larger, device_, LM::kPixelFormat_GPU_BGRA_4444_32f, 5, 4, {1, 1},
+                                    zmt::kFieldType_Progressive, {}),
+            0);
+  EXPECT_EQ(LM::ConvertFrame(empty, gpu), LM::kResultFailed);
+  EXPECT_EQ(LM::ConvertFrame(gpu, host), LM::kResultFailed) << "a host frame is not on the device";
+  EXPECT_EQ(LM::ConvertFrame(larger, gpu), LM::kResultFailed) << "another size";
   EXPECT_EQ(LM::CopyFrameRect(gpu, Rect(3, 3, 5, 5), host, Frame(), q), LM::kResultFailed) << "outside";
   EXPECT_EQ(LM::CopyFrameRect(gpu, Rect(1, 1, 1, 3), host, Frame(), q), LM::kResultFailed) << "empty";
 }

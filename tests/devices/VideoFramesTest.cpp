@@ -40,13 +40,6 @@ class VideoFrames : public EveryDevice {
     EXPECT_EQ(result, LM::kResultSuccess);
     return frame;
   }
-
-  template <class I>
-  static OXR::InterfaceRef<I> As(const Frame& frame) {
-    OXR::InterfaceRef<I> found;
-    found.QueryFrom(frame, I::kIID);
-    return found;
-  }
 };
 
 // The identifiers in their text form, so that a mistyped byte in a constant shows.
@@ -95,11 +88,11 @@ TEST_P(VideoFrames, EachKindAnswersExactlyItsInterfaces) {
     }
     // A set flag withdraws the clears; a multi-plane format the row access.
     frame->SetFlag(true);
-    EXPECT_FALSE(As<TQ::IVideoFrameClearable>(frame));
+    EXPECT_FALSE(OXR::Query<TQ::IVideoFrameClearable>(frame));
     const Frame planar =
         Make(gpu, zelmediatypes::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, 8, 4);
-    EXPECT_FALSE(As<FK::IVideoFrame2DPixelMemoryAccess>(planar));
-    EXPECT_TRUE(As<TQ::IVideoFrameClearable>(planar));
+    EXPECT_FALSE(OXR::Query<FK::IVideoFrame2DPixelMemoryAccess>(planar));
+    EXPECT_TRUE(OXR::Query<TQ::IVideoFrameClearable>(planar));
   }
 }
 
@@ -107,12 +100,12 @@ TEST_P(VideoFrames, EachKindAnswersExactlyItsInterfaces) {
 // whether the height is odd.
 TEST_P(VideoFrames, RowsAndFieldsLieInTheBlockWithoutPadding) {
   const Frame wide = Make(true, LM::kPixelFormat_GPU_BGRA_4444_32f, 1920, 2);
-  const auto rows = As<FK::IVideoFrame2DPixelMemoryAccess>(wide);
+  const auto rows = OXR::Query<FK::IVideoFrame2DPixelMemoryAccess>(wide);
   ASSERT_TRUE(rows);
   EXPECT_EQ(rows->GetRowBytes(), 1920 * 16);
   EXPECT_EQ(rows->GetFieldRowBytes(), 2 * 1920 * 16);
   EXPECT_EQ(rows->GetBytesPerPixel(), 16);
-  const auto memory = As<LM::IGPUVideoFrameMemoryAccess>(wide);
+  const auto memory = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(wide);
   EXPECT_EQ(memory->GetDataSize(), 1920u * 16 * 2);
   EXPECT_GE(memory->GetAllocatedSize(), memory->GetDataSize());
 
@@ -127,8 +120,8 @@ TEST_P(VideoFrames, RowsAndFieldsLieInTheBlockWithoutPadding) {
                 {zelmediatypes::kFieldType_UpperFirst, 5, 0, 1}};
   for (const auto& f : fields) {
     const Frame frame = Make(false, zelmediatypes::kPixelFormat_BGRA_4444_8u, 3, f.height, f.type);
-    const auto access = As<FK::IVideoFrame2DPixelMemoryAccess>(frame);
-    const auto base = static_cast<char*>(As<FK::IVideoFrameMemoryAccess>(frame)->GetBaseAddress());
+    const auto access = OXR::Query<FK::IVideoFrame2DPixelMemoryAccess>(frame);
+    const auto base = static_cast<char*>(OXR::Query<FK::IVideoFrameMemoryAccess>(frame)->GetBaseAddress());
     EXPECT_EQ(access->GetFirstRowOfField(0), f.field0) << f.type << " " << f.height;
     EXPECT_EQ(access->GetFirstRowOfField(1), f.field1) << f.type << " " << f.height;
     EXPECT_EQ(access->GetField1Start(), base + f.field1 * 12);
@@ -139,20 +132,20 @@ TEST_P(VideoFrames, RowsAndFieldsLieInTheBlockWithoutPadding) {
 // host format cannot be filled by the device's fills.
 TEST_P(VideoFrames, TheClearsOfEachKind) {
   const Frame gpu = Make(true, LM::kPixelFormat_GPU_BGRA_4444_16f, 2, 2);
-  const auto memory = As<LM::IGPUVideoFrameMemoryAccess>(gpu);
-  ASSERT_EQ(As<TQ::IVideoFrameClearable>(gpu)->ClearToOpaqueWhite(), LM::kResultSuccess);
-  ASSERT_EQ(As<TQ::IVideoFrameClearable>(gpu)->ClearToTransparentWhite(), LM::kResultSuccess);
+  const auto memory = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(gpu);
+  ASSERT_EQ(OXR::Query<TQ::IVideoFrameClearable>(gpu)->ClearToOpaqueWhite(), LM::kResultSuccess);
+  ASSERT_EQ(OXR::Query<TQ::IVideoFrameClearable>(gpu)->ClearToTransparentWhite(), LM::kResultSuccess);
   EXPECT_EQ(Download(memory->GetBaseAddress(), 32), Bytes(32, 0)) << "transparent black";
 
   const Frame host = Make(false, zelmediatypes::kPixelFormat_BGRA_4444_8u, 2, 2);
-  ASSERT_EQ(As<TQ::IVideoFrameClearable>(host)->ClearToTransparentWhite(), LM::kResultSuccess);
+  ASSERT_EQ(OXR::Query<TQ::IVideoFrameClearable>(host)->ClearToTransparentWhite(), LM::kResultSuccess);
   const auto* pixels =
-      static_cast<const std::uint8_t*>(As<FK::IVideoFrameMemoryAccess>(host)->GetBaseAddress());
+      static_cast<const std::uint8_t*>(OXR::Query<FK::IVideoFrameMemoryAccess>(host)->GetBaseAddress());
   EXPECT_EQ(Bytes(pixels, pixels + 16),
             (Bytes{255, 255, 255, 0, 255, 255, 255, 0, 255, 255, 255, 0, 255, 255, 255, 0}));
 
   const Frame hostFormatOnGPU = Make(true, zelmediatypes::kPixelFormat_BGRA_4444_8u, 2, 2);
-  EXPECT_EQ(As<TQ::IVideoFrameClearable>(hostFormatOnGPU)->ClearToOpaqueBlack(), LM::kResultFailed);
+  EXPECT_EQ(OXR::Query<TQ::IVideoFrameClearable>(hostFormatOnGPU)->ClearToOpaqueBlack(), LM::kResultFailed);
 }
 
 // A clone has the description and not the pixels or the flag; the alpha type is changed only to one the
@@ -173,7 +166,7 @@ TEST_P(VideoFrames, CloneAndAlphaType) {
   EXPECT_FALSE(copy->GetFlag());
   EXPECT_EQ(copy->GetOrigin(), OXR::ParamPoint<CPoint>(3, 4));
   EXPECT_EQ(copy->GetFieldType(), zelmediatypes::kFieldType_LowerFirst);
-  EXPECT_TRUE(As<LM::IGPUVideoFrame>(copy));
+  EXPECT_TRUE(OXR::Query<LM::IGPUVideoFrame>(copy));
 
   const Frame rgb = Make(false, zelmediatypes::kPixelFormat_BGRA_4444_8u, 1, 1);
   rgb->SetAlphaType(3);  // BGRX_4444_8u
@@ -189,14 +182,14 @@ TEST_P(VideoFrames, CloneAndAlphaType) {
 TEST_P(VideoFrames, ABlockReturnsToThePoolOnlyAfterTheFramesEvent) {
   const auto event = boost::make_shared<ControlledEvent>();
   Frame frame = Make(true, LM::kPixelFormat_GPU_BGRA_4444_32f, 64, 64);
-  const void* block = As<LM::IGPUVideoFrameMemoryAccess>(frame)->GetBaseAddress();
-  As<LM::ICompletionEventVideoFrame>(frame)->SetCompletionEvent(event);
+  const void* block = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(frame)->GetBaseAddress();
+  OXR::Query<LM::ICompletionEventVideoFrame>(frame)->SetCompletionEvent(event);
   frame.Reset();
   const auto takes = [&](int requests) {
     std::vector<Frame> held;
     for (int i = 0; i < requests; ++i) {
       held.push_back(Make(true, LM::kPixelFormat_GPU_BGRA_4444_32f, 64, 64));
-      if (As<LM::IGPUVideoFrameMemoryAccess>(held.back())->GetBaseAddress() == block) return true;
+      if (OXR::Query<LM::IGPUVideoFrameMemoryAccess>(held.back())->GetBaseAddress() == block) return true;
     }
     return false;
   };
@@ -232,8 +225,8 @@ TEST_P(VideoFrames, TheFrameCache) {
   const auto fill = [&]() {
     for (int i = 0; i < 3; ++i) {
       const Frame frame = Make(true, LM::kPixelFormat_GPU_BGRA_4444_16f, 16, 16);
-      As<LM::IGPUVideoFrame>(frame)->SetGuid(keys[i]);
-      bytes[i] = As<LM::IGPUVideoFrameMemoryAccess>(frame)->GetAllocatedSize();
+      OXR::Query<LM::IGPUVideoFrame>(frame)->SetGuid(keys[i]);
+      bytes[i] = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(frame)->GetAllocatedSize();
       cache.CacheFrame(keys[i], frame);
     }
   };
@@ -245,7 +238,7 @@ TEST_P(VideoFrames, TheFrameCache) {
   EXPECT_FALSE(cache.FindFrame(keys[0])) << "the first key goes first";
   EXPECT_TRUE(cache.FindFrame(keys[1]));
 
-  As<LM::IGPUVideoFrame>(cache.FindFrame(keys[2]))->SetGuid(keys[0]);
+  OXR::Query<LM::IGPUVideoFrame>(cache.FindFrame(keys[2]))->SetGuid(keys[0]);
   EXPECT_FALSE(cache.FindFrame(keys[2])) << "another identity now";
   EXPECT_EQ(cache.GetSize(), bytes[1]);
 

@@ -36,8 +36,8 @@ TEST(CUDAFrameUpload, ForeignMemoryIsLockedAndHeldUntilItsCopyEnds) {
   EXPECT_EQ(fake->fakecuda_CallCount("cuMemHostUnregister"), 0u) << "the copy may still read it";
   EXPECT_EQ(References(foreign), 2u) << "held by the poll";
 
-  OXR::InterfaceRef<LM::ICompletionEventVideoFrame> copy;
-  ASSERT_TRUE(copy.QueryFrom(uploaded, LM::ICompletionEventVideoFrame::kIID));
+  const auto copy = OXR::Query<LM::ICompletionEventVideoFrame>(uploaded);
+  ASSERT_TRUE(copy);
   ASSERT_TRUE(copy->GetCompletionEvent());
   fake->fakecuda_SetEventsComplete(1);
   fake->fakecuda_SetEventComplete(copy->GetCompletionEvent()->GetNativeEvent(), 1);
@@ -53,8 +53,8 @@ TEST(CUDAFrameUpload, ForeignMemoryIsLockedAndHeldUntilItsCopyEnds) {
             0);
   ASSERT_TRUE(LM::CopyToDevice(device, pinned, {}, true));
   EXPECT_EQ(fake->fakecuda_CallCount("cuMemHostRegister"), 1u);
-  OXR::InterfaceRef<LM::ICompletionEventVideoFrame> events;
-  ASSERT_TRUE(events.QueryFrom(pinned, LM::ICompletionEventVideoFrame::kIID));
+  const auto events = OXR::Query<LM::ICompletionEventVideoFrame>(pinned);
+  ASSERT_TRUE(events);
   EXPECT_TRUE(events->GetCompletionEvent());
 }
 

@@ -82,6 +82,14 @@ class InterfaceRef {
   T* p_ = nullptr;
 };
 
+// The interface I (identified by I::kIID) of `source`; empty when `source` is empty or does not have it.
+template <class I, class U>
+InterfaceRef<I> Query(const InterfaceRef<U>& source) {
+  InterfaceRef<I> found;
+  found.QueryFrom(source, I::kIID);
+  return found;
+}
+
 template <class T, class U>
 bool operator==(const InterfaceRef<T>& a, const InterfaceRef<U>& b) noexcept {
   return a.Get() == b.Get();
