@@ -9,7 +9,7 @@ namespace LM {
 std::vector<KernelSignature> KernelCatalog() {
   std::vector<KernelSignature> signatures;
   AppendSignatures(signatures, fillWithColorKernel, copyMemory2DKernels, copyRectKernels,
-                   copyBufferToImageKernel, pixelFormatConvert444Kernels);
+                   copyBufferToImageKernel, pixelFormatConvert444Kernels, pixelFormatConvert422Kernels);
   return signatures;
 }
 

@@ -38,4 +38,27 @@ inline KernelFamily<PixelFormatConvertParameters, 1 + 2 * kConvert444FormatCount
                                   LM_FORMATS_PixelFormatConvert444(LM_CONVERT_KERNEL_NAMES)},
                                  KernelFamilyOptions{}.MissingKernelResult(kResultUnsupported));
 
+// The packed 4:2:2 host formats, in list order, with variants 2i (into a GPU format) and 2i + 1 (from one).
+#define LM_CONVERT_422_FORMAT(name, packing, matrix) zelmediatypes::kPixelFormat_##name,
+constexpr PixelFormat kConvert422Formats[] = {LM_FORMATS_PixelFormatConvert422(LM_CONVERT_422_FORMAT)};
+#undef LM_CONVERT_422_FORMAT
+constexpr std::size_t kConvert422FormatCount = sizeof kConvert422Formats / sizeof kConvert422Formats[0];
+// The pixels of each format's packing group (a pair, or v210's six in 16 bytes); its pitch counts groups.
+#define LM_CONVERT_422_GROUP(name, packing, matrix) LM_CONVERT_GROUP_PIXELS_##packing,
+#define LM_CONVERT_GROUP_PIXELS_UYVY 2
+#define LM_CONVERT_GROUP_PIXELS_YUYV 2
+#define LM_CONVERT_GROUP_PIXELS_V210 6
+constexpr int kConvert422GroupPixels[] = {LM_FORMATS_PixelFormatConvert422(LM_CONVERT_422_GROUP)};
+#undef LM_CONVERT_422_GROUP
+constexpr int GroupBytes(int groupPixels) {
+  return groupPixels == 6 ? 16 : 4;
+}
+
+#define LM_CONVERT_422_KERNEL_NAMES(name, packing, matrix) \
+  LM_STRINGIFY(LM_NAME_PixelFormatConvertFromHost(name)),  \
+      LM_STRINGIFY(LM_NAME_PixelFormatConvertToHost(name)),
+inline KernelFamily<PixelFormatConvertParameters, 2 * kConvert422FormatCount> pixelFormatConvert422Kernels(
+    "PixelFormatConvert_422", {LM_FORMATS_PixelFormatConvert422(LM_CONVERT_422_KERNEL_NAMES)},
+    KernelFamilyOptions{}.MissingKernelResult(kResultUnsupported));
+
 }  // namespace LM

@@ -40,6 +40,16 @@
   F(VUYX_4444_32f, VUYA, 32F, NONE, YUV601) F(VUYX_4444_32f_709, VUYA, 32F, NONE, YUV709)
 // clang-format on
 
+// The packed 4:2:2 host formats of module PixelFormatConvert_422, both ways, each as F(name, packing,
+// matrix): packing UYVY (bytes Cb Y0 Cr Y1 a pixel pair), YUYV (Y0 Cb Y1 Cr) or V210 (the UYVY order in
+// 10-bit codes, three to a little-endian 32-bit word, six pixels in four words); matrix 601 or 709. Their
+// pitches count pixel pairs (4 bytes) and v210 groups (16 bytes).
+// clang-format off
+#define LM_FORMATS_PixelFormatConvert422(F)                                                      \
+  F(UYVY_422_8u, UYVY, 601) F(UYVY_422_8u_709, UYVY, 709) F(YUYV_422_8u, YUYV, 601)              \
+  F(YUYV_422_8u_709, YUYV, 709) F(V210_422_10u, V210, 601) F(V210_422_10u_709, V210, 709)
+// clang-format on
+
 // The kernels' names: the GPU side is always written BGRA_4444_32f.
 #define LM_NAME_PixelFormatConvertGPU PixelFormatConvert_BGRA_4444_32f_To_BGRA_4444_32f_Kernel
 #define LM_NAME_PixelFormatConvertFromHost(name) PixelFormatConvert_##name##_To_BGRA_4444_32f_Kernel

@@ -10,6 +10,7 @@
 // colour as it is, and formats without alpha read it as 1 and write it opaque with the colour over black.
 // Integer outputs round to nearest and clamp to their code range.
 #include "KernelDialect.h"
+#include "PixelFormatConvertColour.h"
 #include "PixelFormatConvertParameters.h"
 
 // The list's words as constants.
@@ -27,12 +28,6 @@
 #define LM_COLOUR_YUV601 2
 #define LM_COLOUR_YUV709 3
 
-// The source row that output row y reads: OpenCL flips here; on CUDA the host points at the last row and
-// steps upwards, so the kernel reads row y as it is.
-LM_DEVICE int SourceRow(int y, int height, int flip) {
-  return LM_OPENCL && flip ? height - 1 - y : y;
-}
-
 // A host pixel's four stored components in memory order, normalised: 8-bit codes / 255, 15-bit codes /
 // 32768, floats as they are.
 LM_DEVICE float4 UnpackHost(LM_GLOBAL const uchar* src, int index, int sample) {
@@ -48,7 +43,7 @@ LM_DEVICE float4 UnpackHost(LM_GLOBAL const uchar* src, int index, int sample) {
 }
 
 LM_DEVICE float Code(float value, float scale, float top) {
-  return fmin(fmax(LM_Round(value * scale), 0.0f), top);
+  return Quantise(value, scale, 0.0f, 0.0f, top);
 }
 
 // Stores four normalised components in memory order: codes rounded to nearest and clamped.
@@ -84,13 +79,6 @@ LM_DEVICE float Decode(float v) {
   return v < 0.0f ? -d : d;
 }
 
-LM_DEVICE float KrOf(int colour) {
-  return colour == LM_COLOUR_YUV709 ? 0.2126f : 0.299f;
-}
-LM_DEVICE float KbOf(int colour) {
-  return colour == LM_COLOUR_YUV709 ? 0.0722f : 0.114f;
-}
-
 // The components (in memory order) as working values: premultiplied B', G', R', A.
 LM_DEVICE float4 ToWorking(float4 c, int order, int sample, int alpha, int colour) {
   // B G R A, or Cr Cb Y A.
@@ -103,11 +91,7 @@ LM_DEVICE float4 ToWorking(float4 c, int order, int sample, int alpha, int colou
       cb = (cb * 255.0f - 128.0f) / 224.0f;
       cr = (cr * 255.0f - 128.0f) / 224.0f;
     }
-    const float kr = KrOf(colour), kb = KbOf(colour);
-    const float r = y + 2.0f * (1.0f - kr) * cr;
-    const float b = y + 2.0f * (1.0f - kb) * cb;
-    const float g = (y - kr * r - kb * b) / (1.0f - kr - kb);
-    m = LM_MAKE_FLOAT4(b, g, r, m.w);
+    m = YCbCrToBGR(y, cb, cr, m.w, colour == LM_COLOUR_YUV709);
   }
   if (colour == LM_COLOUR_LINEAR) {
     // The curve applies to straight colour.
@@ -134,17 +118,11 @@ LM_DEVICE float4 FromWorking(float4 m, int order, int sample, int alpha, int col
     m = LM_MAKE_FLOAT4(Decode(m.x * undo) * redo, Decode(m.y * undo) * redo, Decode(m.z * undo) * redo, m.w);
   }
   if (colour == LM_COLOUR_YUV601 || colour == LM_COLOUR_YUV709) {
-    const float kr = KrOf(colour), kb = KbOf(colour);
-    const float y = kr * m.z + (1.0f - kr - kb) * m.y + kb * m.x;
-    float cb = (m.x - y) / (2.0f * (1.0f - kb));
-    float cr = (m.z - y) / (2.0f * (1.0f - kr));
-    float luma = y;
+    m = BGRToYCbCr(m, colour == LM_COLOUR_YUV709);
     if (sample == LM_SAMPLE_8U) {
-      luma = (16.0f + 219.0f * y) / 255.0f;
-      cb = (128.0f + 224.0f * cb) / 255.0f;
-      cr = (128.0f + 224.0f * cr) / 255.0f;
+      m = LM_MAKE_FLOAT4((128.0f + 224.0f * m.x) / 255.0f, (128.0f + 224.0f * m.y) / 255.0f,
+                         (16.0f + 219.0f * m.z) / 255.0f, m.w);
     }
-    m = LM_MAKE_FLOAT4(cr, cb, luma, m.w);
   }
   return order == LM_ORDER_ARGB ? LM_MAKE_FLOAT4(m.w, m.z, m.y, m.x) : m;
 }
@@ -160,27 +138,29 @@ LM_KERNEL_WITH_PARAMETERS(LM_NAME_PixelFormatConvertGPU, LM_PARAMETERS_PixelForm
   LM_StorePixel((LM_GLOBAL float*)dst, y * dstPitch + x, value, dstIs32f);
 }
 
-#define LM_CONVERT_FROM_HOST(name, order, sample, alpha, colour)                                              \
-  LM_KERNEL_WITH_PARAMETERS(LM_NAME_PixelFormatConvertFromHost(name), LM_PARAMETERS_PixelFormatConvert) {     \
-    const int x = LM_GLOBAL_X;                                                                                 \
-    const int y = LM_GLOBAL_Y;                                                                                 \
-    if (x >= width || y >= height) return;                                                                     \
-    const float4 stored = UnpackHost(src, SourceRow(y, height, flip) * srcPitch + x, LM_SAMPLE_##sample);      \
-    LM_StorePixel((LM_GLOBAL float*)dst, y * dstPitch + x,                                                     \
-                  ToWorking(stored, LM_ORDER_##order, LM_SAMPLE_##sample, LM_ALPHA_##alpha, LM_COLOUR_##colour), \
-                  dstIs32f);                                                                                   \
+#define LM_CONVERT_FROM_HOST(name, order, sample, alpha, colour)                                          \
+  LM_KERNEL_WITH_PARAMETERS(LM_NAME_PixelFormatConvertFromHost(name), LM_PARAMETERS_PixelFormatConvert) { \
+    const int x = LM_GLOBAL_X;                                                                            \
+    const int y = LM_GLOBAL_Y;                                                                            \
+    if (x >= width || y >= height) return;                                                                \
+    const float4 stored = UnpackHost(src, SourceRow(y, height, flip) * srcPitch + x, LM_SAMPLE_##sample); \
+    LM_StorePixel(                                                                                        \
+        (LM_GLOBAL float*)dst, y* dstPitch + x,                                                           \
+        ToWorking(stored, LM_ORDER_##order, LM_SAMPLE_##sample, LM_ALPHA_##alpha, LM_COLOUR_##colour),    \
+        dstIs32f);                                                                                        \
   }
 LM_FORMATS_PixelFormatConvert444(LM_CONVERT_FROM_HOST)
 
-#define LM_CONVERT_TO_HOST(name, order, sample, alpha, colour)                                                \
-  LM_KERNEL_WITH_PARAMETERS(LM_NAME_PixelFormatConvertToHost(name), LM_PARAMETERS_PixelFormatConvert) {       \
-    const int x = LM_GLOBAL_X;                                                                                 \
-    const int y = LM_GLOBAL_Y;                                                                                 \
-    if (x >= width || y >= height) return;                                                                     \
-    const float4 working =                                                                                     \
-        LM_LoadPixel((LM_GLOBAL const float*)src, SourceRow(y, height, flip) * srcPitch + x, srcIs32f);        \
-    PackHost(dst, y * dstPitch + x,                                                                            \
-             FromWorking(working, LM_ORDER_##order, LM_SAMPLE_##sample, LM_ALPHA_##alpha, LM_COLOUR_##colour), \
-             LM_SAMPLE_##sample);                                                                              \
+#define LM_CONVERT_TO_HOST(name, order, sample, alpha, colour)                                            \
+  LM_KERNEL_WITH_PARAMETERS(LM_NAME_PixelFormatConvertToHost(name), LM_PARAMETERS_PixelFormatConvert) {   \
+    const int x = LM_GLOBAL_X;                                                                            \
+    const int y = LM_GLOBAL_Y;                                                                            \
+    if (x >= width || y >= height) return;                                                                \
+    const float4 working =                                                                                \
+        LM_LoadPixel((LM_GLOBAL const float*)src, SourceRow(y, height, flip) * srcPitch + x, srcIs32f);   \
+    PackHost(                                                                                             \
+        dst, y* dstPitch + x,                                                                             \
+        FromWorking(working, LM_ORDER_##order, LM_SAMPLE_##sample, LM_ALPHA_##alpha, LM_COLOUR_##colour), \
+        LM_SAMPLE_##sample);                                                                              \
   }
-LM_FORMATS_PixelFormatConvert444(LM_CONVERT_TO_HOST)
+    LM_FORMATS_PixelFormatConvert444(LM_CONVERT_TO_HOST)
