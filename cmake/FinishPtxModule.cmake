@@ -22,10 +22,13 @@ endforeach()
 file(READ "${INPUT}" ptx)
 
 # tex.2d.v4.f32.s32 {%f1, %f2, %f3, %f4}, [name, {%r1, %r2}];
-string(REGEX MATCHALL "[ \t\n]tex\\.[^[;]*\\[[ \t]*[A-Za-z_$][A-Za-z0-9_$]*" uses "${ptx}")
+# The scan reads a copy with "[" written as "<": a CMake list does not split at a ";" inside an open "[",
+# so matches holding one would run together into a single item.
+string(REPLACE "[" "<" scanned "${ptx}")
+string(REGEX MATCHALL "[ \t\n]tex\\.[^<;]*<[ \t]*[A-Za-z_$][A-Za-z0-9_$]*" uses "${scanned}")
 set(names)
 foreach(use IN LISTS uses)
-  string(REGEX REPLACE ".*\\[[ \t]*" "" name "${use}")
+  string(REGEX REPLACE ".*<[ \t]*" "" name "${use}")
   string(FIND "${ptx}" ".global .texref ${name};" declared)
   if(declared EQUAL -1)
     list(APPEND names ${name})

@@ -9,7 +9,8 @@ namespace LM {
 std::vector<KernelSignature> KernelCatalog() {
   std::vector<KernelSignature> signatures;
   AppendSignatures(signatures, fillWithColorKernel, copyMemory2DKernels, copyRectKernels,
-                   copyBufferToImageKernel, pixelFormatConvert444Kernels, pixelFormatConvert422Kernels);
+                   copyBufferToImageKernel, pixelFormatConvert444Kernels, pixelFormatConvert422Kernels,
+                   pixelFormatConvert420FrameKernels, pixelFormatConvert420FieldKernels);
   return signatures;
 }
 

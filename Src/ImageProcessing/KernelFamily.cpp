@@ -134,6 +134,18 @@ void* KernelCache::Find(Device& device, const char* moduleKey, const char* kerne
   return slot.handle;
 }
 
+Texture TextureCache::Find(const boost::shared_ptr<Device>& device, PixelFormat format) {
+  if (!device || device->GetFrameworkIndex() >= kMaximumDevicesPerFramework) return Texture{};
+  Slot& slot = slots_[device->GetFramework() * kMaximumDevicesPerFramework + device->GetFrameworkIndex()];
+  const std::uint64_t identity = device->GetContextIdentity();
+  if (slot.identity != identity) {
+    slot.identity = identity;
+    slot.texture =
+        LoadTexture(device, moduleKey_, name_, CU_TR_ADDRESS_MODE_CLAMP, CU_TR_FILTER_MODE_POINT, format);
+  }
+  return slot.texture;
+}
+
 namespace detail {
 
 int Launch(const boost::shared_ptr<Device>& device, KernelCache& cache, const char* moduleKey,

@@ -25,6 +25,7 @@
 #include "Lumora/Device.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
+#include "Lumora/Textures.h"
 
 namespace LM {
 
@@ -154,6 +155,25 @@ class KernelCache {
     std::uint64_t identity = 0;
     void* handle = nullptr;
   };
+  Slot slots_[2 * kMaximumDevicesPerFramework];
+};
+
+// One texture reference of a module per device slot, prepared once per context (LoadTexture) and handed
+// out by copy for the caller to bind for one launch, so that an OpenCL image made by the bind goes with the
+// copy.
+class TextureCache {
+ public:
+  constexpr TextureCache(const char* moduleKey, const char* name) : moduleKey_(moduleKey), name_(name) {}
+  // Clamped addressing, point sampling, texels of `format`.
+  Texture Find(const boost::shared_ptr<Device>& device, PixelFormat format);
+
+ private:
+  struct Slot {
+    std::uint64_t identity = 0;
+    Texture texture;
+  };
+  const char* moduleKey_;
+  const char* name_;
   Slot slots_[2 * kMaximumDevicesPerFramework];
 };
 

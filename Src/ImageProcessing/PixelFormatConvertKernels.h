@@ -61,4 +61,28 @@ inline KernelFamily<PixelFormatConvertParameters, 2 * kConvert422FormatCount> pi
     "PixelFormatConvert_422", {LM_FORMATS_PixelFormatConvert422(LM_CONVERT_422_KERNEL_NAMES)},
     KernelFamilyOptions{}.MissingKernelResult(kResultUnsupported));
 
+// The planar 4:2:0 source formats: FRAME pictures, then FIELD pictures, each into a GPU format.
+LM_KERNEL_PARAMETERS(PixelFormatConvert420FrameParameters, LM_PARAMETERS_PixelFormatConvert420Frame);
+LM_KERNEL_PARAMETERS(PixelFormatConvert420FieldParameters, LM_PARAMETERS_PixelFormatConvert420Field);
+#define LM_CONVERT_420_FORMAT(name, siting, matrix, range) zelmediatypes::kPixelFormat_##name,
+constexpr PixelFormat kConvert420FrameFormats[] = {
+    LM_FORMATS_PixelFormatConvert420Frame(LM_CONVERT_420_FORMAT)};
+constexpr PixelFormat kConvert420FieldFormats[] = {
+    LM_FORMATS_PixelFormatConvert420Field(LM_CONVERT_420_FORMAT)};
+#undef LM_CONVERT_420_FORMAT
+constexpr std::size_t kConvert420FormatCount =
+    sizeof kConvert420FrameFormats / sizeof kConvert420FrameFormats[0];
+static_assert(sizeof kConvert420FieldFormats == sizeof kConvert420FrameFormats);
+
+#define LM_CONVERT_420_KERNEL_NAME(name, siting, matrix, range) \
+  LM_STRINGIFY(LM_NAME_PixelFormatConvertFromHost(name)),
+inline KernelFamily<PixelFormatConvert420FrameParameters, kConvert420FormatCount>
+    pixelFormatConvert420FrameKernels("PixelFormatConvert_420",
+                                      {LM_FORMATS_PixelFormatConvert420Frame(LM_CONVERT_420_KERNEL_NAME)},
+                                      KernelFamilyOptions{}.MissingKernelResult(kResultUnsupported));
+inline KernelFamily<PixelFormatConvert420FieldParameters, kConvert420FormatCount>
+    pixelFormatConvert420FieldKernels("PixelFormatConvert_420",
+                                      {LM_FORMATS_PixelFormatConvert420Field(LM_CONVERT_420_KERNEL_NAME)},
+                                      KernelFamilyOptions{}.MissingKernelResult(kResultUnsupported));
+
 }  // namespace LM

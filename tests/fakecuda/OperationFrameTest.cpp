@@ -36,6 +36,7 @@ class CUDAOperations : public testing::Test {
     folder_.Write("PTX/TextureProbe_NVIDIA.ptx", BuiltPtx("TextureProbe"));
     folder_.Write("PTX/FamilyProbe_NVIDIA.ptx", BuiltPtx("FamilyProbe"));
     folder_.Write("PTX/PixelFormatConvert_444_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_444"));
+    folder_.Write("PTX/PixelFormatConvert_420_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_420"));
     device_ = LM::Device::Create(0, 0, 0);
     device_->InitializeContext();
     access_.emplace(*device_);
@@ -265,7 +266,8 @@ TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
       LM::BindTexture(device_, texture, memory, memory, 1024, 100, 20, LM::kPixelFormat_GPU_BGRA_4444_16f),
       0);
   EXPECT_EQ(texture.offset, 0);
-  ASSERT_EQ(fake_->fakecuda_LastTextureBinding(&width, &height, &format, &channels, &address, &pitch), 1);
+  ASSERT_EQ(fake_->fakecuda_TextureBinding(nullptr, &width, &height, &format, &channels, &address, &pitch),
+            1);
   EXPECT_EQ((std::vector<unsigned long long>{width, height, channels, pitch}),
             (std::vector<unsigned long long>{100, 20, 4, 1024}));
   EXPECT_EQ(format, CU_AD_FORMAT_HALF) << "bound as half";
@@ -275,7 +277,8 @@ TEST_F(CUDAOperations, TexturesAreSetUpAsFloatAndBoundAtAnAlignedAddress) {
                             LM::kPixelFormat_GPU_BGRA_4444_32f),
             0);
   EXPECT_EQ(texture.offset, 48);
-  ASSERT_EQ(fake_->fakecuda_LastTextureBinding(&width, &height, &format, &channels, &address, &pitch), 1);
+  ASSERT_EQ(fake_->fakecuda_TextureBinding(nullptr, &width, &height, &format, &channels, &address, &pitch),
+            1);
   EXPECT_EQ(width, 108u) << "the byte offset is added to the width as it stands";
   EXPECT_EQ(address, reinterpret_cast<std::uintptr_t>(memory));
   EXPECT_EQ(format, CU_AD_FORMAT_FLOAT);
@@ -373,6 +376,66 @@ TEST_F(CUDAOperations, AFamilyLaunchesTheChosenVariantWithItsGeometry) {
     EXPECT_EQ((std::vector<unsigned>{launch.gridX, launch.gridY, launch.blockX, launch.blockY}),
               (std::vector<unsigned>{2, 1, 32, 1}));
   }
+}
+
+// The 4:2:0 planes as the kernels' textures, each plane's texels counted from the aligned address bound
+// (the kernel's offset parameters). FRAME chroma is bound once at its pitch; FIELD chroma twice, the upper
+// field from the plane's first row and the lower from its second, at twice the pitch. Pitches the hardware
+// cannot bind (72-byte luma and 36-byte chroma rows) are first copied to blocks with aligned ones.
+TEST_F(CUDAOperations, The420PlanesAreBoundAsFramesOrFields) {
+  struct Binding {
+    unsigned long long width, height, pitch, address;
+  };
+  const auto bound = [this](const char* name) {
+    unsigned long long width, height, address, pitch;
+    int format;
+    unsigned channels;
+    EXPECT_EQ(fake_->fakecuda_TextureBinding(name, &width, &height, &format, &channels, &address, &pitch), 1)
+        << name;
+    EXPECT_EQ(format, CU_AD_FORMAT_UNSIGNED_INT8);
+    EXPECT_EQ(channels, 1u);
+    return Binding{width, height, pitch, address};
+  };
+  alignas(512) static unsigned char planes[72 * 10 + 2 * 36 * 5];
+  static float output[72 * 10 * 4];
+  const std::uintptr_t base = reinterpret_cast<std::uintptr_t>(planes);
+  ASSERT_EQ(LM::PixelFormatConvert(device_, planes, 64,
+                                   zelmediatypes::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601,
+                                   output, 64 * 16, LM::kPixelFormat_GPU_BGRA_4444_32f, 64, 10, false),
+            LM::kResultSuccess);
+  FakeCUDALaunch launch = OnlyLaunch();
+  EXPECT_STREQ(launch.function,
+               "PixelFormatConvert_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601_To_BGRA_4444_32f_Kernel");
+  const Binding y = bound("inYPlaneTexture"), u = bound("inFrameCodedUPlaneTexture"),
+                v = bound("inFrameCodedVPlaneTexture");
+  EXPECT_EQ((std::vector<unsigned long long>{y.width, y.height, y.pitch, y.address - base}),
+            (std::vector<unsigned long long>{64, 10, 64, 0}));
+  // U starts 640 bytes in, V 800: bound at 512, and 128 and 288 texels into their first rows.
+  EXPECT_EQ((std::vector<unsigned long long>{u.width, u.height, u.pitch, u.address - base}),
+            (std::vector<unsigned long long>{128 + 32, 5, 32, 512}));
+  EXPECT_EQ((std::vector<unsigned long long>{v.width, v.height, v.pitch, v.address - base}),
+            (std::vector<unsigned long long>{288 + 32, 5, 32, 512}));
+  EXPECT_EQ((std::vector<int>{At<int>(launch, 0), At<int>(launch, 4), At<int>(launch, 8)}),
+            (std::vector<int>{0, 128, 288}));
+
+  fake_->fakecuda_ClearCallLog();
+  ASSERT_EQ(LM::PixelFormatConvert(device_, planes, 72,
+                                   zelmediatypes::kPixelFormat_YUV_420_MPEG4_FIELD_PICTURE_PLANAR_8u_709,
+                                   output, 72 * 16, LM::kPixelFormat_GPU_BGRA_4444_32f, 72, 10, false),
+            LM::kResultSuccess);
+  launch = OnlyLaunch();
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuMemcpy2DAsync"), 3u) << "every plane copied to an aligned pitch";
+  const Binding upperU = bound("inUpperUPlaneTexture"), lowerU = bound("inLowerUPlaneTexture"),
+                upperV = bound("inUpperVPlaneTexture"), lowerV = bound("inLowerVPlaneTexture");
+  const int offsets[] = {At<int>(launch, 4), At<int>(launch, 8), At<int>(launch, 12), At<int>(launch, 16)};
+  // The copies have 64-byte rows: each field reads every other one, 128 bytes apart; of 5 chroma rows the
+  // upper field has 3 and the lower 2, starting one row later.
+  EXPECT_EQ((std::vector<unsigned long long>{upperU.height, lowerU.height, upperU.pitch, lowerU.pitch}),
+            (std::vector<unsigned long long>{3, 2, 128, 128}));
+  EXPECT_EQ(lowerU.address + offsets[2], upperU.address + offsets[0] + 64);
+  EXPECT_EQ(lowerV.address + offsets[3], upperV.address + offsets[1] + 64);
+  EXPECT_EQ(upperU.width, offsets[0] + 36u);
+  EXPECT_EQ(lowerV.width, offsets[3] + 36u);
 }
 
 TEST_F(CUDAOperations, ATextureThatCouldNotBePreparedBindsToOutOfMemory) {

@@ -50,6 +50,48 @@
   F(YUYV_422_8u_709, YUYV, 709) F(V210_422_10u, V210, 601) F(V210_422_10u_709, V210, 709)
 // clang-format on
 
+// The 4:2:0 kernels read their three planes through textures (on CUDA the module's texture references of
+// these names, on OpenCL image parameters) and add each texture's offset, in texels (bytes), to the x they
+// sample, since CUDA binds a texture at an aligned address below the data (always 0 on OpenCL). A FRAME
+// picture's chroma planes are one texture each; a FIELD picture's are two each, the upper field's rows
+// (0, 2, 4, ...) and the lower field's (1, 3, 5, ...). The destination is a GPU format; the kernels flip
+// from their flag on either framework.
+// clang-format off
+#define LM_PARAMETERS_PixelFormatConvert420Frame(P)                                                      \
+  P(TEXTURE, inYPlaneTexture) P(TEXTURE, inFrameCodedUPlaneTexture) P(TEXTURE, inFrameCodedVPlaneTexture) \
+  P(INT, yOffset) P(INT, uOffset) P(INT, vOffset)                                                         \
+  P(BUFFER, dst) P(INT, dstPitch) P(INT, dstIs32f) P(INT, width) P(INT, height) P(INT, flip)
+#define LM_PARAMETERS_PixelFormatConvert420Field(P)                                                      \
+  P(TEXTURE, inYPlaneTexture) P(TEXTURE, inUpperUPlaneTexture) P(TEXTURE, inUpperVPlaneTexture)           \
+  P(TEXTURE, inLowerUPlaneTexture) P(TEXTURE, inLowerVPlaneTexture)                                       \
+  P(INT, yOffset) P(INT, upperUOffset) P(INT, upperVOffset) P(INT, lowerUOffset) P(INT, lowerVOffset)     \
+  P(BUFFER, dst) P(INT, dstPitch) P(INT, dstIs32f) P(INT, width) P(INT, height) P(INT, flip)
+// clang-format on
+
+// The planar 4:2:0 source formats of module PixelFormatConvert_420, FRAME and FIELD pictures, each as
+// F(name, siting, matrix, range): siting MPEG2 (chroma co-sited with the even luma column) or MPEG4 (halfway
+// between two columns); matrix 601 or 709; range VIDEO (Y' 16..235, Cb and Cr 16..240) or FULL (0..255).
+// clang-format off
+#define LM_FORMATS_PixelFormatConvert420Frame(F)                                                         \
+  F(YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, MPEG2, 601, VIDEO)                                         \
+  F(YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_709, MPEG2, 709, VIDEO)                                         \
+  F(YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601_FullRange, MPEG2, 601, FULL)                                \
+  F(YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_709_FullRange, MPEG2, 709, FULL)                                \
+  F(YUV_420_MPEG4_FRAME_PICTURE_PLANAR_8u_601, MPEG4, 601, VIDEO)                                         \
+  F(YUV_420_MPEG4_FRAME_PICTURE_PLANAR_8u_709, MPEG4, 709, VIDEO)                                         \
+  F(YUV_420_MPEG4_FRAME_PICTURE_PLANAR_8u_601_FullRange, MPEG4, 601, FULL)                                \
+  F(YUV_420_MPEG4_FRAME_PICTURE_PLANAR_8u_709_FullRange, MPEG4, 709, FULL)
+#define LM_FORMATS_PixelFormatConvert420Field(F)                                                         \
+  F(YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_601, MPEG2, 601, VIDEO)                                         \
+  F(YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_709, MPEG2, 709, VIDEO)                                         \
+  F(YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_601_FullRange, MPEG2, 601, FULL)                                \
+  F(YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_709_FullRange, MPEG2, 709, FULL)                                \
+  F(YUV_420_MPEG4_FIELD_PICTURE_PLANAR_8u_601, MPEG4, 601, VIDEO)                                         \
+  F(YUV_420_MPEG4_FIELD_PICTURE_PLANAR_8u_709, MPEG4, 709, VIDEO)                                         \
+  F(YUV_420_MPEG4_FIELD_PICTURE_PLANAR_8u_601_FullRange, MPEG4, 601, FULL)                                \
+  F(YUV_420_MPEG4_FIELD_PICTURE_PLANAR_8u_709_FullRange, MPEG4, 709, FULL)
+// clang-format on
+
 // The kernels' names: the GPU side is always written BGRA_4444_32f.
 #define LM_NAME_PixelFormatConvertGPU PixelFormatConvert_BGRA_4444_32f_To_BGRA_4444_32f_Kernel
 #define LM_NAME_PixelFormatConvertFromHost(name) PixelFormatConvert_##name##_To_BGRA_4444_32f_Kernel

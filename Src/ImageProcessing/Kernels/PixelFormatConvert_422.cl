@@ -98,7 +98,7 @@ LM_DEVICE float4 UnpackPixel(LM_GLOBAL const uchar* row, int x, int width, int p
         src + (long)SourceRow(y, height, flip) * srcPitch * GroupBytes(LM_PACKING_##packing);             \
     for (int i = 0; i < LM_GROUP_PIXELS(LM_PACKING_##packing); ++i) {                                     \
       if (first + i < width) {                                                                            \
-        LM_StorePixel((LM_GLOBAL float*)dst, y* dstPitch + first + i,                                     \
+        LM_StorePixel((LM_GLOBAL float*)dst, y * dstPitch + first + i,                                     \
                       UnpackPixel(row, first + i, width, LM_PACKING_##packing, matrix == 709), dstIs32f); \
       }                                                                                                   \
     }                                                                                                     \

@@ -59,9 +59,9 @@ struct FakeCUDALaunch {
   X(unsigned long long, fakecuda_LiveModules, (void))                                                 \
   X(unsigned long long, fakecuda_LiveStreams, (void))                                                 \
   X(void, fakecuda_SetRecording, (int recording))                                                     \
-  X(int, fakecuda_LastTextureBinding,                                                                 \
-    (unsigned long long* width, unsigned long long* height, int* format, unsigned* channels,           \
-     unsigned long long* address, unsigned long long* pitch))
+  X(int, fakecuda_TextureBinding,                                                                     \
+    (const char* name, unsigned long long* width, unsigned long long* height, int* format,             \
+     unsigned* channels, unsigned long long* address, unsigned long long* pitch))
 // clang-format on
 
 // Failure counts for fakecuda_SetFailure.

@@ -69,6 +69,14 @@ struct Texture {
   const Module* module;
   CUdevice device;     // whose alignments a binding must meet
   bool bound = false;  // once bound, its format can no longer be set
+  std::string name;
+};
+
+// One cuTexRefSetAddress2D: its descriptor, address and pitch.
+struct TextureBinding {
+  CUDA_ARRAY_DESCRIPTOR descriptor = {};
+  CUdeviceptr address = 0;
+  std::size_t pitch = 0;
 };
 
 struct Module {
@@ -110,11 +118,8 @@ struct State {
   std::map<CUevent, std::unique_ptr<Event>> events;
   std::vector<std::unique_ptr<Module>> modules;
   std::uintptr_t nextHandle = 0x1000;
-  // The last cuTexRefSetAddress2D: its descriptor, address and pitch.
-  bool textureBound = false;
-  CUDA_ARRAY_DESCRIPTOR textureDescriptor = {};
-  CUdeviceptr textureAddress = 0;
-  std::size_t texturePitch = 0;
+  // The last binding of any texture (under ""), and the last of each texture name.
+  std::map<std::string, TextureBinding> textureBindings;
 
   State() { Reset(); }
 
@@ -140,7 +145,7 @@ struct State {
     streams.clear();
     events.clear();
     modules.clear();
-    textureBound = false;
+    textureBindings.clear();
   }
 
   template <class Handle>
@@ -301,7 +306,7 @@ std::unique_ptr<Module> ModuleOf(const PtxModule& ptx, CUdevice device) {
     module->functions[name] = std::move(function);
   }
   for (const std::string& name : ptx.textures)
-    module->textures[name] = std::make_unique<Texture>(Texture{module.get(), device, false});
+    module->textures[name] = std::make_unique<Texture>(Texture{module.get(), device, false, name});
   return module;
 }
 
@@ -744,10 +749,9 @@ CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR
     return CUDA_ERROR_INVALID_VALUE;
   }
   reinterpret_cast<Texture*>(texture)->bound = true;
-  state.textureBound = true;
-  state.textureDescriptor = *descriptor;
-  state.textureAddress = address;
-  state.texturePitch = pitch;
+  const TextureBinding binding{*descriptor, address, pitch};
+  state.textureBindings[""] = binding;
+  state.textureBindings[reinterpret_cast<Texture*>(texture)->name] = binding;
   return CUDA_SUCCESS;
 }
 
@@ -908,18 +912,20 @@ FAKECUDA_API int fakecuda_CurrentContextDepth(void) {
   return static_cast<int>(fakecuda::currentContexts.size());
 }
 
-FAKECUDA_API int fakecuda_LastTextureBinding(unsigned long long* width, unsigned long long* height,
-                                             int* format, unsigned* channels, unsigned long long* address,
-                                             unsigned long long* pitch) {
+FAKECUDA_API int fakecuda_TextureBinding(const char* name, unsigned long long* width,
+                                         unsigned long long* height, int* format, unsigned* channels,
+                                         unsigned long long* address, unsigned long long* pitch) {
   Lock lock(TheState().mutex);
-  const fakecuda::State& state = TheState();
-  if (!state.textureBound) return 0;
-  *width = state.textureDescriptor.Width;
-  *height = state.textureDescriptor.Height;
-  *format = state.textureDescriptor.Format;
-  *channels = state.textureDescriptor.NumChannels;
-  *address = state.textureAddress;
-  *pitch = state.texturePitch;
+  const auto& bindings = TheState().textureBindings;
+  const auto found = bindings.find(name != nullptr ? name : "");
+  if (found == bindings.end()) return 0;
+  const fakecuda::TextureBinding& binding = found->second;
+  *width = binding.descriptor.Width;
+  *height = binding.descriptor.Height;
+  *format = binding.descriptor.Format;
+  *channels = binding.descriptor.NumChannels;
+  *address = binding.address;
+  *pitch = binding.pitch;
   return 1;
 }
 
