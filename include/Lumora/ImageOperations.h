@@ -56,12 +56,20 @@ LM_API int CopyBufferToImage(const boost::shared_ptr<Device>& device, const void
                              int srcRowBytes, void* dstImage, PixelFormat format, int width, int height);
 
 // Converts width x height pixels from `srcFormat` to `dstFormat`, one side a GPU format and the other a GPU
-// format or a host format of the converter's families (docs/pixel-formats.md lists them, their pitch units
-// and the colour mathematics), optionally reading the source bottom row first. Pitches are in bytes and
-// must be whole pixels of their format. A format converted to itself is a copy (FastDeviceMemcpy2D; the
-// flip is then ignored). kResultFailed for a format that is not described or of a refused type;
-// kResultUnsupported for a pair with no kernel (two host formats, a 4:2:0 destination, and for now the
-// packed 4:2:2 and planar 4:2:0 families, whose kernels are not built yet).
+// format or a host format of the converter's families (docs/pixel-formats.md lists them with the colour
+// mathematics and chroma siting), optionally reading the source bottom row first. A format converted to
+// itself is a copy (FastDeviceMemcpy2D; the flip is then ignored).
+//
+// Pitches are in bytes, whole units of their side: a pixel (GPU and four-component host formats), a pixel
+// pair of 4 bytes (UYVY, YUYV) or a group of 6 pixels in 16 bytes (v210). 4:2:2 rows are written in whole
+// pairs and groups, pixels past the width repeating the last one. A 4:2:0 source (into GPU formats only)
+// is one buffer: the Y plane of `height` rows srcRowBytes apart, then the U and the V plane, each of
+// ceil(height / 2) rows of ceil(width / 2) bytes, (srcRowBytes + 1) / 2 apart, each plane starting where
+// the previous one ends; srcRowBytes = width is the host's unpadded layout.
+//
+// kResultFailed for a format that is not described or of a refused type, and for the operation frame's bad
+// arguments (a pitch shorter than its row among them); kResultUnsupported for a pair with no kernel (two
+// host formats, a 4:2:0 destination) or a kernel that cannot be loaded.
 LM_API int PixelFormatConvert(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
                               PixelFormat srcFormat, void* dst, int dstRowBytes, PixelFormat dstFormat,
                               int width, int height, bool flipVertically);

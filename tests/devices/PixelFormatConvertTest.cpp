@@ -319,6 +319,188 @@ TEST_P(PixelFormatConvert, ColourBarsGiveTheirPublishedCodes) {
   }
 }
 
+// White, yellow, cyan, green, magenta, red, blue, black as R'G'B' at `level`, and their Y'CbCr by `format`'s
+// matrix.
+struct Bar {
+  double r, g, b, y, cb, cr;
+};
+std::vector<Bar> ColourBars(double level, LM::PixelFormat format) {
+  const double rgb[8][3] = {{1, 1, 1}, {1, 1, 0}, {0, 1, 1}, {0, 1, 0},
+                            {1, 0, 1}, {1, 0, 0}, {0, 0, 1}, {0, 0, 0}};
+  const double kr = Kr(format), kb = Kb(format);
+  std::vector<Bar> bars;
+  for (const auto& c : rgb) {
+    const double r = c[0] * level, g = c[1] * level, b = c[2] * level;
+    const double y = kr * r + (1 - kr - kb) * g + kb * b;
+    bars.push_back({r, g, b, y, (b - y) / (2 * (1 - kb)), (r - y) / (2 * (1 - kr))});
+  }
+  return bars;
+}
+
+// Colour bars in 10 bits and in full range. Written as v210, 6 pixels a bar: the middle pair of each bar
+// filters its chroma from the bar alone, so its codes are the bar's own, Y' 64 + 876 Y and C 512 + 896 C
+// rounded. Read from full-range 4:2:0 codes (Y' 255 Y, C 128 + 255 C rounded), 4 pixels a bar: the middle
+// pixels come back as the bar within half a code step through the matrix.
+TEST_P(PixelFormatConvert, TenBitAndFullRangeColourBars) {
+  const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_32f;
+  for (const double level : {1.0, 0.75}) {
+    for (const LM::PixelFormat v210 : {zmt::kPixelFormat_V210_422_10u, zmt::kPixelFormat_V210_422_10u_709}) {
+      SCOPED_TRACE(std::string(zmt::PixelFormatName(v210)) + " at " + std::to_string(level));
+      const std::vector<Bar> bars = ColourBars(level, v210);
+      std::vector<Pixel> row;
+      for (const Bar& bar : bars)
+        row.insert(row.end(), 6, Pixel{float(bar.b), float(bar.g), float(bar.r), 1.0f});
+      void* source = Upload(GPUBytes(row, gpu));
+      void* packed = Allocate(128);
+      ASSERT_EQ(Convert(source, 48 * 16, gpu, packed, 128, v210, 48, 1), 0);
+      const std::vector<int> samples = Samples(Download(packed, 128), v210);
+      for (int b = 0; b < 8; ++b) {
+        const int pair = 3 * b + 1;  // samples Cb, Y', Cr, Y' of pixels 6b + 2 and 6b + 3
+        const int y = int(std::lround(64 + 876 * bars[b].y));
+        EXPECT_EQ((std::vector<int>(samples.begin() + 4 * pair, samples.begin() + 4 * pair + 4)),
+                  (std::vector<int>{int(std::lround(512 + 896 * bars[b].cb)), y,
+                                    int(std::lround(512 + 896 * bars[b].cr)), y}))
+            << "bar " << b;
+      }
+    }
+    for (const LM::PixelFormat planar :
+         {zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601_FullRange,
+          zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_709_FullRange}) {
+      SCOPED_TRACE(std::string(zmt::PixelFormatName(planar)) + " at " + std::to_string(level));
+      const std::vector<Bar> bars = ColourBars(level, planar);
+      const auto code = [](double value) { return std::uint8_t(std::min(255L, std::lround(value))); };
+      Bytes planes;  // 32 x 2 luma, 16 x 1 of each chroma
+      for (int r = 0; r < 2; ++r) {
+        for (int x = 0; x < 32; ++x) planes.push_back(code(255 * bars[x / 4].y));
+      }
+      for (int x = 0; x < 16; ++x) planes.push_back(code(128 + 255 * bars[x / 2].cb));
+      for (int x = 0; x < 16; ++x) planes.push_back(code(128 + 255 * bars[x / 2].cr));
+      void* source = Upload(planes);
+      void* result = Allocate(32 * 2 * 16);
+      ASSERT_EQ(Convert(source, 32, planar, result, 32 * 16, gpu, 32, 2), 0);
+      const std::vector<Pixel> seen = GPUPixels(Download(result, 32 * 2 * 16), gpu);
+      const double tolerance = 0.5 / 255 * (1 + 2 * (1 - Kb(planar))) + 1e-6;
+      for (int b = 0; b < 8; ++b) {
+        for (const int x : {4 * b + 1, 4 * b + 2}) {
+          EXPECT_NEAR(seen[x].z, bars[b].r, tolerance) << "bar " << b;
+          EXPECT_NEAR(seen[x].y, bars[b].g, tolerance) << "bar " << b;
+          EXPECT_NEAR(seen[x].x, bars[b].b, tolerance) << "bar " << b;
+        }
+      }
+    }
+  }
+}
+
+// The Cb of an opaque result pixel with neutral Cr: B' - R' = 2 (1 - Kb) Cb.
+double CbOf(const Pixel& p, LM::PixelFormat format) {
+  return (p.x - p.z) / (2 * (1 - Kb(format)));
+}
+// The weight that linear interpolation gives a sample sited at `site` at `position`, one sample every 2.
+double Tent(double position, double site) {
+  return std::max(0.0, 1 - std::fabs(position - site) / 2);
+}
+
+// One Cb sample away from neutral shows where each family sites its chroma and how it spreads it. Read:
+// 4:2:2 sample i lies on column 2i; 4:2:0 sample (i, j) on column 2i (MPEG2) or 2i + 0.5 (MPEG4) and on
+// frame row 2j + 0.5 (FRAME) or, in its own field's rows, on 2m + 0.25 or 2m + 0.75 (FIELD, j = 2m + f);
+// each output interpolates linearly. Written into 4:2:2, an impulse at an even column reaches the sample
+// sited there by half, one at an odd column its two neighbours by a quarter each ([1 2 1] / 4).
+TEST_P(PixelFormatConvert, ChromaImpulsesShowTheSitingOfEachFamily) {
+  const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_32f;
+  const int width = 16, height = 16;
+  {
+    const LM::PixelFormat uyvy = zmt::kPixelFormat_UYVY_422_8u;
+    Bytes row;
+    for (int pair = 0; pair < width / 2; ++pair) {
+      row.insert(row.end(), {std::uint8_t(pair == 3 ? 228 : 128), 126, 128, 126});
+    }
+    void* source = Upload(row);
+    void* result = Allocate(width * 16);
+    ASSERT_EQ(Convert(source, width * 2, uyvy, result, width * 16, gpu, width, 1), 0);
+    const std::vector<Pixel> seen = GPUPixels(Download(result, width * 16), gpu);
+    for (int x = 0; x < width; ++x)
+      EXPECT_NEAR(CbOf(seen[x], uyvy), Tent(x, 6) * 100 / 224, 1e-5) << "x " << x;
+  }
+  {
+    const LM::PixelFormat v210 = zmt::kPixelFormat_V210_422_10u;
+    std::vector<Pixel> rows;
+    for (const int impulse : {6, 7}) {
+      for (int x = 0; x < width; ++x) rows.push_back(FromYCbCr(0.5, x == impulse ? 0.4 : 0.0, 0.0, v210));
+    }
+    void* source = Upload(GPUBytes(rows, gpu));
+    void* packed = Allocate(2 * 128);
+    ASSERT_EQ(Convert(source, width * 16, gpu, packed, 128, v210, width, 2), 0);
+    const std::vector<int> samples = Samples(Download(packed, 2 * 128), v210);
+    for (int r = 0; r < 2; ++r) {
+      for (int j = 0; j < width / 2; ++j) {
+        const double weight = Tent(6 + r, 2 * j) / 2;
+        EXPECT_EQ(samples[96 * r + 4 * j], int(std::lround(512 + 896 * 0.4 * weight)))
+            << "row " << r << ", " << j;
+      }
+    }
+  }
+  const struct {
+    LM::PixelFormat format;
+    double columnSite;
+    bool field;
+  } families[] = {{zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, 0.0, false},
+                  {zmt::kPixelFormat_YUV_420_MPEG4_FRAME_PICTURE_PLANAR_8u_601, 0.5, false},
+                  {zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_601, 0.0, true},
+                  {zmt::kPixelFormat_YUV_420_MPEG4_FIELD_PICTURE_PLANAR_8u_601, 0.5, true}};
+  const int ci = 3;
+  for (const auto& family : families) {
+    for (const int cj : {4, 5}) {  // a chroma row of each field
+      SCOPED_TRACE(std::string(zmt::PixelFormatName(family.format)) + ", chroma row " + std::to_string(cj));
+      Bytes planes(width * height, 126);
+      for (int plane = 0; plane < 2; ++plane) {
+        for (int j = 0; j < height / 2; ++j) {
+          for (int i = 0; i < width / 2; ++i) planes.push_back(plane == 0 && i == ci && j == cj ? 228 : 128);
+        }
+      }
+      void* source = Upload(planes);
+      void* result = Allocate(width * height * 16);
+      ASSERT_EQ(Convert(source, width, family.format, result, width * 16, gpu, width, height), 0);
+      const std::vector<Pixel> seen = GPUPixels(Download(result, width * height * 16), gpu);
+      for (int y = 0; y < height; ++y) {
+        const int f = cj & 1;
+        const double down = !family.field  ? Tent(y, 2 * cj + 0.5)
+                            : (y & 1) != f ? 0.0
+                                           : Tent(y >> 1, 2 * (cj >> 1) + 0.25 + 0.5 * f);
+        for (int x = 0; x < width; ++x) {
+          ASSERT_NEAR(CbOf(seen[y * width + x], family.format),
+                      Tent(x, 2 * ci + family.columnSite) * down * 100 / 224, 1e-5)
+              << "x " << x << ", y " << y;
+        }
+      }
+    }
+  }
+}
+
+// A FIELD picture whose upper field's chroma rows hold one Cb and the lower field's another gives every
+// even row the first and every odd row the second, with nothing of the other field; flipped, the rows
+// swap fields.
+TEST_P(PixelFormatConvert, FieldPicturesKeepTheFieldsApart) {
+  const LM::PixelFormat field = zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_709;
+  const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_16f;
+  const int width = 8, height = 8;
+  Bytes planes(width * height, 126);
+  for (int j = 0; j < height / 2; ++j) planes.insert(planes.end(), width / 2, std::uint8_t(j % 2 ? 78 : 178));
+  planes.insert(planes.end(), width * height / 4, 128);
+  void* source = Upload(planes);
+  void* result = Allocate(width * height * 8);
+  for (const bool flip : {false, true}) {
+    ASSERT_EQ(Convert(source, width, field, result, width * 8, gpu, width, height, flip), 0);
+    const std::vector<Pixel> seen = GPUPixels(Download(result, width * height * 8), gpu);
+    for (int y = 0; y < height; ++y) {
+      const double cb = ((y % 2 == 1) != flip ? -50.0 : 50.0) / 224;
+      for (int x = 0; x < width; ++x) {
+        ASSERT_NEAR(CbOf(seen[y * width + x], field), cb, 2e-3)
+            << "x " << x << ", y " << y << ", flip " << flip;
+      }
+    }
+  }
+}
+
 // Between GPU formats one kernel moves the values; the flip reads the source bottom row first; a format
 // converted to itself is copied, whatever the flip.
 TEST_P(PixelFormatConvert, GPUFormatsFlipsAndCopies) {
@@ -342,22 +524,33 @@ TEST_P(PixelFormatConvert, GPUFormatsFlipsAndCopies) {
   EXPECT_EQ(Download(copy, 16), GPUBytes(rows, LM::kPixelFormat_GPU_BGRA_4444_16f)) << "copied, not flipped";
 }
 
+// Refused formats and pairs, and pitches shorter than the rows they hold (a 4:2:0 source's pitch is its
+// luma pitch), each with its code. Every call converts 4 x 2 pixels within 256-byte buffers.
 TEST_P(PixelFormatConvert, RefusedPairsGiveTheirCodes) {
   void* a = Allocate(256);
   void* b = Allocate(256);
   const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_32f;
+  const LM::PixelFormat planar = zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601;
   const struct {
     LM::PixelFormat from, to;
-    int expected;
-  } cases[] = {{zmt::kPixelFormat_Invalid, gpu, LM::kResultFailed},
-               {gpu, LM::PixelFormat{0, 0x000C0000u}, LM::kResultFailed},
-               {LM::PixelFormat{0, gpu.properties | (3u << 14)}, gpu, LM::kResultFailed},
-               {gpu, LM::PixelFormat{0, gpu.properties | (15u << 14)}, LM::kResultFailed},
-               {zmt::kPixelFormat_BGRA_4444_8u, zmt::kPixelFormat_VUYA_4444_8u, LM::kResultUnsupported},
-               {gpu, zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, LM::kResultUnsupported}};
+    int fromRowBytes, toRowBytes, expected;
+  } cases[] = {
+      {zmt::kPixelFormat_Invalid, gpu, 64, 64, LM::kResultFailed},
+      {gpu, LM::PixelFormat{0, 0x000C0000u}, 64, 64, LM::kResultFailed},
+      {LM::PixelFormat{0, gpu.properties | (3u << 14)}, gpu, 64, 64, LM::kResultFailed},
+      {gpu, LM::PixelFormat{0, gpu.properties | (15u << 14)}, 64, 64, LM::kResultFailed},
+      {zmt::kPixelFormat_BGRA_4444_8u, zmt::kPixelFormat_VUYA_4444_8u, 64, 64, LM::kResultUnsupported},
+      {zmt::kPixelFormat_UYVY_422_8u, zmt::kPixelFormat_V210_422_10u, 64, 64, LM::kResultUnsupported},
+      {planar, zmt::kPixelFormat_BGRA_4444_8u, 64, 64, LM::kResultUnsupported},
+      {gpu, planar, 64, 64, LM::kResultUnsupported},
+      {planar, gpu, 8, 64, LM::kResultSuccess},
+      {planar, gpu, 3, 64, LM::kResultFailed},
+      {gpu, zmt::kPixelFormat_UYVY_422_8u, 64, 4, LM::kResultFailed},
+      {zmt::kPixelFormat_V210_422_10u, gpu, 128, 48, LM::kResultFailed}};
   for (const auto& c : cases) {
-    EXPECT_EQ(Convert(a, 64, c.from, b, 64, c.to, 2, 2), c.expected)
-        << std::hex << c.from.properties << " to " << c.to.properties;
+    EXPECT_EQ(Convert(a, c.fromRowBytes, c.from, b, c.toRowBytes, c.to, 4, 2), c.expected)
+        << std::hex << c.from.properties << " to " << c.to.properties << std::dec << ", row bytes "
+        << c.fromRowBytes << " and " << c.toRowBytes;
   }
 }
 
