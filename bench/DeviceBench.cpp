@@ -29,33 +29,40 @@ using Work = std::function<int(const boost::shared_ptr<LM::Device>&, void* sourc
 
 struct Operation {
   const char* name;
-  int framesMoved;  // frames of bytes read plus written per call
+  std::size_t bytesMoved;  // bytes read plus written per call
   Work work;
   bool cudaOnly;
+  const char* ceiling;  // the operation's ceiling kernel, another entry; null for none
 };
 
 const Operation kOperations[] = {
-    {"FillWithColor", 1,
+    {"FillWithColor", kFrameBytes,
      [](const boost::shared_ptr<LM::Device>& device, void*, void* destination) {
        return LM::FillWithColor(device, destination, kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0,
                                 kFrameWidth, kFrameHeight, LM::float4{0.25f, 0.5f, 0.75f, 1.0f});
      },
-     false},
-    {"FastDeviceMemcpy2D", 2,
+     false, nullptr},
+    {"FastDeviceMemcpy2D", 2 * kFrameBytes,
      [](const boost::shared_ptr<LM::Device>& device, void* source, void* destination) {
        return LM::FastDeviceMemcpy2D(device, source, kFrameRowBytes, destination, kFrameRowBytes,
                                      LM::kPixelFormat_GPU_BGRA_4444_32f, kFrameWidth, kFrameHeight);
      },
-     false},
+     false, nullptr},
     // The CUDA reference: the driver's own copy, on the legacy stream, which orders itself with the device's
     // queue, so the queue's events time it.
-    {"MemcpyDtoD", 2,
+    {"MemcpyDtoD", 2 * kFrameBytes,
      [](const boost::shared_ptr<LM::Device>&, void* source, void* destination) {
        const CUresult result = LM::CUDA.cuMemcpyDtoD(reinterpret_cast<std::uintptr_t>(destination),
                                                      reinterpret_cast<std::uintptr_t>(source), kFrameBytes);
        return result == CUDA_SUCCESS ? LM::kResultSuccess : LM::kResultFailed;
      },
-     true},
+     true, nullptr},
+    {"PixelFormatConvert_UYVY_To_32f", kUYVYTo32fBytes, ConvertUYVYTo32f, false, "Ceiling_UYVY_To_32f"},
+    {"Ceiling_UYVY_To_32f", kUYVYTo32fBytes, CeilingUYVYTo32f, false, nullptr},
+    {"PixelFormatConvert_32f_To_V210", k32fToV210Bytes, Convert32fToV210, false, "Ceiling_32f_To_V210"},
+    {"Ceiling_32f_To_V210", k32fToV210Bytes, Ceiling32fToV210, false, nullptr},
+    {"PixelFormatConvert_420_To_32f", k420To32fBytes, Convert420To32f, false, "Ceiling_420_To_32f"},
+    {"Ceiling_420_To_32f", k420To32fBytes, Ceiling420To32f, false, nullptr},
 };
 
 // Each iteration's time is the device's: between two events of its queue on CUDA; on OpenCL, whose events
@@ -90,8 +97,8 @@ void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& d
     }
   }
   if (result != LM::kResultSuccess) state.SkipWithError(("result " + std::to_string(result)).c_str());
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * operation.framesMoved *
-                          static_cast<int64_t>(kFrameBytes));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(operation.bytesMoved));
   const boost::shared_ptr<LM::Event> done = queue->RecordEvent();
   if (source != nullptr) pool->Release(source, done);
   if (destination != nullptr) pool->Release(destination, done);
@@ -124,20 +131,22 @@ class SummaryReporter : public benchmark::ConsoleReporter {
       const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
       const std::string tag =
           std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
-      const std::vector<std::string> references =
-          cuda ? std::vector<std::string>{"BM_MemcpyDtoD/" + tag}
-               : std::vector<std::string>{"BM_MemcpyAllCores", "BM_Memcpy"};
       for (const Operation& operation : kOperations) {
         if (operation.cudaOnly) continue;
+        std::vector<std::string> references =
+            cuda ? std::vector<std::string>{"BM_MemcpyDtoD/" + tag}
+                 : std::vector<std::string>{"BM_MemcpyAllCores", "BM_Memcpy"};
+        if (operation.ceiling != nullptr)
+          references.push_back(std::string("BM_") + operation.ceiling + "/" + tag);
         const auto rate = rates_.find(std::string("BM_") + operation.name + "/" + tag);
         if (rate == rates_.end()) {
-          std::printf("SUMMARY bandwidth %-9s %-20s not measured\n", tag.c_str(), operation.name);
+          std::printf("SUMMARY bandwidth %-9s %-30s not measured\n", tag.c_str(), operation.name);
           continue;
         }
         std::string ratios;
         for (const std::string& reference : references) {
           const auto found = rates_.find(reference);
-          char text[96];
+          char text[128];
           if (found == rates_.end() || found->second <= 0) {
             std::snprintf(text, sizeof text, "  %s not measured", reference.c_str());
           } else {
@@ -146,7 +155,7 @@ class SummaryReporter : public benchmark::ConsoleReporter {
           }
           ratios += text;
         }
-        std::printf("SUMMARY bandwidth %-9s %-20s %8.1f GB/s%s\n", tag.c_str(), operation.name,
+        std::printf("SUMMARY bandwidth %-9s %-30s %8.1f GB/s%s\n", tag.c_str(), operation.name,
                     rate->second / 1e9, ratios.c_str());
       }
     }

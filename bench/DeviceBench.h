@@ -14,3 +14,16 @@ constexpr std::size_t kFrameBytes = static_cast<std::size_t>(kFrameRowBytes) * k
 
 // The frame transfer benchmarks of one device (FrameBench.cpp).
 void RegisterFrameBenchmarks(const boost::shared_ptr<LM::Device>& device, const std::string& tag);
+
+// The conversions of ConversionBench.cpp, from the first block into the second, and the bytes each reads
+// and writes a call: a UYVY_422_8u frame into GPU 32f, GPU 32f into V210_422_10u, and a 4:2:0 MPEG2 FRAME
+// picture into GPU 32f, each beside its ceiling kernel.
+extern const std::size_t kUYVYTo32fBytes;
+extern const std::size_t k32fToV210Bytes;
+extern const std::size_t k420To32fBytes;
+int ConvertUYVYTo32f(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);
+int CeilingUYVYTo32f(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);
+int Convert32fToV210(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);
+int Ceiling32fToV210(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);
+int Convert420To32f(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);
+int Ceiling420To32f(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);

@@ -7,7 +7,8 @@
 //   LM_DEVICE                 starts a helper function called from kernels
 //   LM_GLOBAL                 the address space of buffer parameters
 //   LM_GLOBAL_X, LM_GLOBAL_Y  the thread's global x and y index, as int
-//   LM_MAKE_FLOAT4, LM_MAKE_INT2   vector construction (sources never write the (float4)(...) literal)
+//   LM_MAKE_FLOAT2, LM_MAKE_FLOAT4, LM_MAKE_INT2, LM_MAKE_INT4   vector construction (sources never write the
+//                             (float4)(...) literal)
 //   LM_LoadPixel, LM_StorePixel    one pixel as float4: four IEEE halves (8 bytes) when is32f is 0, four
 //                                  floats (16 bytes) otherwise; stores round to nearest even
 //   LM_CopyPixel              moves one pixel's 8 or 16 bytes unchanged (NaN payloads and -0 survive)
@@ -46,8 +47,10 @@
 #define LM_GLOBAL __global
 #define LM_GLOBAL_X ((int)get_global_id(0))
 #define LM_GLOBAL_Y ((int)get_global_id(1))
+#define LM_MAKE_FLOAT2(x, y) ((float2)((x), (y)))
 #define LM_MAKE_FLOAT4(x, y, z, w) ((float4)((x), (y), (z), (w)))
 #define LM_MAKE_INT2(x, y) ((int2)((x), (y)))
+#define LM_MAKE_INT4(x, y, z, w) ((int4)((x), (y), (z), (w)))
 
 LM_DEVICE float4 LM_LoadPixel(LM_GLOBAL const float* buffer, int index, int is32f) {
   return is32f ? vload4(index, buffer) : vload_half4(index, (LM_GLOBAL const half*)buffer);
@@ -101,8 +104,10 @@ typedef unsigned short ushort;
 #define LM_GLOBAL
 #define LM_GLOBAL_X ((int)(blockIdx.x * blockDim.x + threadIdx.x))
 #define LM_GLOBAL_Y ((int)(blockIdx.y * blockDim.y + threadIdx.y))
+#define LM_MAKE_FLOAT2(x, y) make_float2((x), (y))
 #define LM_MAKE_FLOAT4(x, y, z, w) make_float4((x), (y), (z), (w))
 #define LM_MAKE_INT2(x, y) make_int2((x), (y))
+#define LM_MAKE_INT4(x, y, z, w) make_int4((x), (y), (z), (w))
 
 LM_DEVICE float4 LM_LoadPixel(const float* buffer, int index, int is32f) {
   if (is32f) return reinterpret_cast<const float4*>(buffer)[index];

@@ -1,0 +1,48 @@
+// module: BenchCeiling
+// The ceiling kernels of the conversion benchmarks. Each has the parameters, the geometry and the reads and
+// writes of the conversion it stands beside, and no arithmetic beyond turning what it read into what it
+// writes: what it reaches is what the framework can do with that traffic, and the conversion's ratio to it
+// is the conversion's own efficiency.
+#include "KernelDialect.h"
+#include "PixelFormatConvertParameters.h"
+
+// A UYVY pair in (4 bytes), its two pixels out.
+LM_KERNEL_WITH_PARAMETERS(Ceiling_UYVY_422_8u_To_BGRA_4444_32f_Kernel, LM_PARAMETERS_PixelFormatConvert) {
+  const int pair = LM_GLOBAL_X;
+  const int y = LM_GLOBAL_Y;
+  if (2 * pair >= width || y >= height) return;
+  const uchar4 v = ((LM_GLOBAL const uchar4*)(src + (long)y * srcPitch * 4))[pair];
+  LM_StorePixel((LM_GLOBAL float*)dst, y * dstPitch + 2 * pair,
+                LM_MAKE_FLOAT4((float)v.x, (float)v.y, (float)v.z, 1.0f), dstIs32f);
+  if (2 * pair + 1 < width) {
+    LM_StorePixel((LM_GLOBAL float*)dst, y * dstPitch + 2 * pair + 1,
+                  LM_MAKE_FLOAT4((float)v.x, (float)v.w, (float)v.z, 1.0f), dstIs32f);
+  }
+}
+
+// Six pixels in, one v210 group (four words) out.
+LM_KERNEL_WITH_PARAMETERS(Ceiling_BGRA_4444_32f_To_V210_422_10u_Kernel, LM_PARAMETERS_PixelFormatConvert) {
+  const int group = LM_GLOBAL_X;
+  const int y = LM_GLOBAL_Y;
+  if (6 * group >= width || y >= height) return;
+  float4 p[6];
+  for (int i = 0; i < 6; ++i) {
+    p[i] = LM_LoadPixel((LM_GLOBAL const float*)src, y * srcPitch + min(6 * group + i, width - 1), srcIs32f);
+  }
+  LM_GLOBAL uint* words = (LM_GLOBAL uint*)(dst + (long)y * dstPitch * 16) + 4 * group;
+  words[0] = (uint)p[0].x ^ ((uint)p[1].y << 10);
+  words[1] = (uint)p[2].x ^ ((uint)p[3].y << 10);
+  words[2] = (uint)p[4].x ^ ((uint)p[5].y << 10);
+  words[3] = (uint)p[1].z ^ ((uint)p[4].z << 10);
+}
+
+// One texel of each plane in, one pixel out.
+LM_KERNEL_WITH_PARAMETERS(Ceiling_YUV_420_To_BGRA_4444_32f_Kernel, LM_PARAMETERS_PixelFormatConvert420Frame) {
+  const int x = LM_GLOBAL_X;
+  const int y = LM_GLOBAL_Y;
+  if (x >= width || y >= height) return;
+  const float luma = LM_SampleTexture(inYPlaneTexture, x + yOffset, y).x;
+  const float cb = LM_SampleTexture(inFrameCodedUPlaneTexture, x / 2 + uOffset, y / 2).x;
+  const float cr = LM_SampleTexture(inFrameCodedVPlaneTexture, x / 2 + vOffset, y / 2).x;
+  LM_StorePixel(dst, y * dstPitch + x, LM_MAKE_FLOAT4(cr, cb, luma, 1.0f), dstIs32f);
+}
