@@ -8,6 +8,7 @@
 
 #include "Lumora/Export.h"
 #include "Lumora/PixelFormats.h"
+#include "SK/BlendMode.h"
 
 namespace LM {
 
@@ -73,5 +74,36 @@ LM_API int CopyBufferToImage(const boost::shared_ptr<Device>& device, const void
 LM_API int PixelFormatConvert(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
                               PixelFormat srcFormat, void* dst, int dstRowBytes, PixelFormat dstFormat,
                               int width, int height, bool flipVertically);
+
+// Lays the layer over the background with `opacity` (clamped to 0..1) and blend mode `mode`, into out. The
+// three buffers share the format and size; out may be the layer or the background (same pitch), as hosts
+// composite in place. docs/blend-modes.md gives each mode's formula, its handling of values beyond 0..1 and
+// of alpha (the GPU formats are premultiplied; BGRX reads and writes alpha 1). Opacity counts as 0 at or
+// below 8e-6 and as 1 within 8e-6 of 1: Normal at 0 copies the background into out; Dissolve at 0 or 1 is
+// Normal. Every other mode runs its kernel at any opacity. kResultUnsupported for a mode above 26 (or below
+// 0), a format other than the four GPU formats, or a kernel that cannot be loaded.
+LM_API int Composite(const boost::shared_ptr<Device>& device, const void* layer, int layerRowBytes,
+                     const void* background, int backgroundRowBytes, void* out, int outRowBytes,
+                     PixelFormat format, int width, int height, float opacity, SK_BlendMode mode);
+
+// outgoing x (1 - progress) + incoming x progress into dst; with `eased`, progress goes through smoothstep
+// (3p^2 - 2p^3) first. Progress counting as 0, or incoming and outgoing the same buffer, copies outgoing;
+// progress counting as 1 copies incoming. dst may be either source.
+LM_API int CrossDissolve(const boost::shared_ptr<Device>& device, const void* incoming, int incomingRowBytes,
+                         const void* outgoing, int outgoingRowBytes, void* dst, int dstRowBytes,
+                         PixelFormat format, int width, int height, float progress, bool eased);
+// dst = sum of weights[i] x sources[i] over `count` sources, in launches of eight: the first writes dst, the
+// later ones add to it. Every buffer has rows rowBytes apart and starts offsetBytes / 16 units of 16 bytes in
+// (one 32f pixel, two 16f pixels). dst may be one of the sources.
+LM_API int Accumulate(const boost::shared_ptr<Device>& device, const void** sources, const float* weights,
+                      int count, void* dst, int rowBytes, int offsetBytes, PixelFormat format, int width,
+                      int height);
+// Each pixel times gain (alpha and, with it, the premultiplied colour). Gain counting as 0 fills dst with
+// transparent black, even when dst is src; counting as 1 copies src.
+LM_API int AlphaGain(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
+                     int dstRowBytes, PixelFormat format, int width, int height, float gain);
+// Divides each pixel's colour by its alpha; a pixel of alpha 0 (or less) becomes `color`.
+LM_API int Unpremultiply(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
+                         int dstRowBytes, PixelFormat format, int width, int height, const float4& color);
 
 }  // namespace LM

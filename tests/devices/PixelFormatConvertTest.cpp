@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "EveryDevice.h"
-#include "Half.h"
+#include "GPUPixels.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
 #include "SK/Renderer.h"
@@ -22,43 +22,7 @@ namespace zmt = zelmediatypes;
 using Pixel = LM::float4;
 
 bool IsHalf(LM::PixelFormat format) {
-  return format == LM::kPixelFormat_GPU_BGRA_4444_16f || format == LM::kPixelFormat_GPU_BGRX_4444_16f;
-}
-
-Bytes GPUBytes(const std::vector<Pixel>& pixels, LM::PixelFormat format) {
-  Bytes bytes;
-  for (const Pixel& p : pixels) {
-    for (float c : {p.x, p.y, p.z, p.w}) {
-      if (IsHalf(format)) {
-        const std::uint16_t h = ToHalf(c);
-        bytes.insert(bytes.end(), reinterpret_cast<const std::uint8_t*>(&h),
-                     reinterpret_cast<const std::uint8_t*>(&h) + 2);
-      } else {
-        bytes.insert(bytes.end(), reinterpret_cast<const std::uint8_t*>(&c),
-                     reinterpret_cast<const std::uint8_t*>(&c) + 4);
-      }
-    }
-  }
-  return bytes;
-}
-
-std::vector<Pixel> GPUPixels(const Bytes& bytes, LM::PixelFormat format) {
-  std::vector<Pixel> pixels;
-  const std::size_t size = IsHalf(format) ? 8 : 16;
-  for (std::size_t at = 0; at + size <= bytes.size(); at += size) {
-    float c[4];
-    for (int i = 0; i < 4; ++i) {
-      if (IsHalf(format)) {
-        std::uint16_t h;
-        std::memcpy(&h, &bytes[at + 2 * i], 2);
-        c[i] = FromHalf(h);
-      } else {
-        std::memcpy(&c[i], &bytes[at + 4 * i], 4);
-      }
-    }
-    pixels.push_back({c[0], c[1], c[2], c[3]});
-  }
-  return pixels;
+  return IsHalfFormat(format);
 }
 
 class PixelFormatConvert : public EveryDevice {

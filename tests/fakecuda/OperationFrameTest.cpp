@@ -37,6 +37,9 @@ class CUDAOperations : public testing::Test {
     folder_.Write("PTX/FamilyProbe_NVIDIA.ptx", BuiltPtx("FamilyProbe"));
     folder_.Write("PTX/PixelFormatConvert_444_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_444"));
     folder_.Write("PTX/PixelFormatConvert_420_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_420"));
+    for (const char* module : {"Composite", "Accumulate"}) {
+      folder_.Write(std::string("PTX/") + module + "_NVIDIA.ptx", BuiltPtx(module));
+    }
     device_ = LM::Device::Create(0, 0, 0);
     device_->InitializeContext();
     access_.emplace(*device_);
@@ -436,6 +439,45 @@ TEST_F(CUDAOperations, The420PlanesAreBoundAsFramesOrFields) {
   EXPECT_EQ(lowerV.address + offsets[3], upperV.address + offsets[1] + 64);
   EXPECT_EQ(upperU.width, offsets[0] + 36u);
   EXPECT_EQ(lowerV.width, offsets[3] + 36u);
+}
+
+// The composite's shortcuts and mode table as the launches show them: Normal at opacity 0 (within 8e-6)
+// copies the background with no blend kernel; Dissolve at 1 (within 8e-6) runs Normal; Multiply at 0 still
+// runs its own kernel; 25 and 26 are Subtract and Divide; 27 is refused before anything is launched. And
+// Accumulate of nine sources launches twice.
+TEST_F(CUDAOperations, CompositeShortcutsAndModeTableAndAccumulateGroups) {
+  alignas(16) static char layer[256], background[256], out[256];
+  const auto launched = [&](float opacity, int mode, int* result) {
+    fake_->fakecuda_ClearCallLog();
+    *result = LM::Composite(device_, layer, 64, background, 64, out, 64, LM::kPixelFormat_GPU_BGRA_4444_32f,
+                            4, 4, opacity, SK_BlendMode(mode));
+    std::vector<std::string> names;
+    for (unsigned long long i = 0; i < fake_->fakecuda_LaunchCount(); ++i) {
+      FakeCUDALaunch launch = {};
+      fake_->fakecuda_GetLaunch(i, &launch);
+      names.emplace_back(launch.function);
+    }
+    return names;
+  };
+  int result = 0;
+  EXPECT_EQ(launched(0.000005f, kBlendMode_Normal, &result), std::vector<std::string>{"CopyMemory2DKernel"});
+  EXPECT_EQ(launched(0.999995f, kBlendMode_Dissolve, &result),
+            std::vector<std::string>{"BlendMode_kBlendMode_Normal_Kernel"});
+  EXPECT_EQ(launched(0.0f, kBlendMode_Multiply, &result),
+            std::vector<std::string>{"BlendMode_kBlendMode_Multiply_Kernel"});
+  EXPECT_EQ(launched(0.5f, 25, &result), std::vector<std::string>{"BlendMode_kBlendMode_Subtract_Kernel"});
+  EXPECT_EQ(launched(0.5f, 26, &result), std::vector<std::string>{"BlendMode_kBlendMode_Divide_Kernel"});
+  EXPECT_EQ(result, LM::kResultSuccess);
+  EXPECT_TRUE(launched(0.5f, 27, &result).empty());
+  EXPECT_EQ(result, LM::kResultUnsupported);
+
+  fake_->fakecuda_ClearCallLog();
+  const void* sources[9] = {layer, layer, layer, layer, layer, layer, layer, layer, background};
+  const float weights[9] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+  ASSERT_EQ(
+      LM::Accumulate(device_, sources, weights, 9, out, 64, 0, LM::kPixelFormat_GPU_BGRA_4444_32f, 4, 4),
+      LM::kResultSuccess);
+  EXPECT_EQ(fake_->fakecuda_LaunchCount(), 2u);
 }
 
 TEST_F(CUDAOperations, ATextureThatCouldNotBePreparedBindsToOutOfMemory) {
