@@ -2,6 +2,7 @@
 // conversions they stand beside. The kernel checks cover them too when the benchmarks are built.
 #pragma once
 
+#include "ImageProcessing/CompositeKernels.h"
 #include "ImageProcessing/KernelFamily.h"
 #include "ImageProcessing/PixelFormatConvertKernels.h"
 
@@ -10,3 +11,5 @@ inline LM::KernelFamily<LM::PixelFormatConvertParameters, 2> packedCeilingKernel
     {"Ceiling_UYVY_422_8u_To_BGRA_4444_32f_Kernel", "Ceiling_BGRA_4444_32f_To_V210_422_10u_Kernel"});
 inline LM::KernelFamily<LM::PixelFormatConvert420FrameParameters, 1> planarCeilingKernel(
     "BenchCeiling", {"Ceiling_YUV_420_To_BGRA_4444_32f_Kernel"});
+inline LM::KernelFamily<LM::CompositeParameters, 1> compositeCeilingKernel("BenchCeiling",
+                                                                           {"Ceiling_Composite_Kernel"});

@@ -1,6 +1,6 @@
-// The 4K conversions of the bandwidth benchmarks and their ceiling kernels (kernels/BenchCeiling.cl), which
-// launch with the conversions' parameters, geometry and texture bindings, so that the two differ only in
-// what the kernel does with the values.
+// The 4K conversions of the bandwidth benchmarks, and the ceiling kernels of the conversions and of the
+// composite (kernels/BenchCeiling.cl), which launch with their operation's parameters, geometry and texture
+// bindings, so that the two differ only in what the kernel does with the values.
 #include <zelmediatypes/PixelFormats.h>
 
 #include "BenchCeilingKernels.h"
@@ -80,4 +80,12 @@ int Ceiling420To32f(const boost::shared_ptr<LM::Device>& device, void* source, v
       LM::ImageObject{cr.image}, static_cast<int>(y.offset), static_cast<int>(cb.offset),
       static_cast<int>(cr.offset), LM::DevicePointer{destination}, kFrameRowBytes / 16, 1, kFrameWidth,
       kFrameHeight, 0);
+}
+
+int CeilingComposite(const boost::shared_ptr<LM::Device>& device, void* source, void* second,
+                     void* destination) {
+  return compositeCeilingKernel.Launch(device, 0, kFrameWidth, kFrameHeight, nullptr, {},
+                                       LM::DevicePointer{source}, kFrameWidth, LM::DevicePointer{second},
+                                       kFrameWidth, LM::DevicePointer{destination}, kFrameWidth, 1,
+                                       kFrameWidth, kFrameHeight, 0.75f, 0);
 }

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "ImageProcessing/Kernels/CompositeParameters.h"
 #include "Lumora/Device.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Lifecycle.h"
@@ -25,45 +26,91 @@
 
 namespace {
 
-using Work = std::function<int(const boost::shared_ptr<LM::Device>&, void* source, void* destination)>;
+// Each operation gets three frames: a source of opaque white, a second source of grey at half alpha, and a
+// destination.
+using Work =
+    std::function<int(const boost::shared_ptr<LM::Device>&, void* source, void* second, void* destination)>;
+using TwoFrameWork = int (*)(const boost::shared_ptr<LM::Device>&, void* source, void* destination);
 
 struct Operation {
-  const char* name;
+  std::string name;
   std::size_t bytesMoved;  // bytes read plus written per call
   Work work;
   bool cudaOnly;
-  const char* ceiling;  // the operation's ceiling kernel, another entry; null for none
+  std::string ceiling;  // the name of the operation's ceiling kernel, another entry; empty for none
 };
 
-const Operation kOperations[] = {
-    {"FillWithColor", kFrameBytes,
-     [](const boost::shared_ptr<LM::Device>& device, void*, void* destination) {
-       return LM::FillWithColor(device, destination, kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0,
-                                kFrameWidth, kFrameHeight, LM::float4{0.25f, 0.5f, 0.75f, 1.0f});
-     },
-     false, nullptr},
-    {"FastDeviceMemcpy2D", 2 * kFrameBytes,
-     [](const boost::shared_ptr<LM::Device>& device, void* source, void* destination) {
-       return LM::FastDeviceMemcpy2D(device, source, kFrameRowBytes, destination, kFrameRowBytes,
-                                     LM::kPixelFormat_GPU_BGRA_4444_32f, kFrameWidth, kFrameHeight);
-     },
-     false, nullptr},
-    // The CUDA reference: the driver's own copy, on the legacy stream, which orders itself with the device's
-    // queue, so the queue's events time it.
-    {"MemcpyDtoD", 2 * kFrameBytes,
-     [](const boost::shared_ptr<LM::Device>&, void* source, void* destination) {
-       const CUresult result = LM::CUDA.cuMemcpyDtoD(reinterpret_cast<std::uintptr_t>(destination),
-                                                     reinterpret_cast<std::uintptr_t>(source), kFrameBytes);
-       return result == CUDA_SUCCESS ? LM::kResultSuccess : LM::kResultFailed;
-     },
-     true, nullptr},
-    {"PixelFormatConvert_UYVY_To_32f", kUYVYTo32fBytes, ConvertUYVYTo32f, false, "Ceiling_UYVY_To_32f"},
-    {"Ceiling_UYVY_To_32f", kUYVYTo32fBytes, CeilingUYVYTo32f, false, nullptr},
-    {"PixelFormatConvert_32f_To_V210", k32fToV210Bytes, Convert32fToV210, false, "Ceiling_32f_To_V210"},
-    {"Ceiling_32f_To_V210", k32fToV210Bytes, Ceiling32fToV210, false, nullptr},
-    {"PixelFormatConvert_420_To_32f", k420To32fBytes, Convert420To32f, false, "Ceiling_420_To_32f"},
-    {"Ceiling_420_To_32f", k420To32fBytes, Ceiling420To32f, false, nullptr},
-};
+Work OnTwoFrames(TwoFrameWork work) {
+  return [work](const boost::shared_ptr<LM::Device>& device, void* source, void*, void* destination) {
+    return work(device, source, destination);
+  };
+}
+
+// The blend modes by name, in the host's order.
+#define LM_BENCH_MODE_NAME(context, mode) #mode,
+const char* const kModeNames[] = {LM_VARIANTS_Composite(LM_BENCH_MODE_NAME, ~)};
+#undef LM_BENCH_MODE_NAME
+
+std::vector<Operation> MakeOperations() {
+  std::vector<Operation> operations = {
+      {"FillWithColor", kFrameBytes,
+       [](const boost::shared_ptr<LM::Device>& device, void*, void*, void* destination) {
+         return LM::FillWithColor(device, destination, kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, 0,
+                                  0, kFrameWidth, kFrameHeight, LM::float4{0.25f, 0.5f, 0.75f, 1.0f});
+       },
+       false, ""},
+      {"FastDeviceMemcpy2D", 2 * kFrameBytes,
+       [](const boost::shared_ptr<LM::Device>& device, void* source, void*, void* destination) {
+         return LM::FastDeviceMemcpy2D(device, source, kFrameRowBytes, destination, kFrameRowBytes,
+                                       LM::kPixelFormat_GPU_BGRA_4444_32f, kFrameWidth, kFrameHeight);
+       },
+       false, ""},
+      // The CUDA reference: the driver's own copy, on the legacy stream, which orders itself with the
+      // device's queue, so the queue's events time it.
+      {"MemcpyDtoD", 2 * kFrameBytes,
+       [](const boost::shared_ptr<LM::Device>&, void* source, void*, void* destination) {
+         const CUresult result = LM::CUDA.cuMemcpyDtoD(reinterpret_cast<std::uintptr_t>(destination),
+                                                       reinterpret_cast<std::uintptr_t>(source), kFrameBytes);
+         return result == CUDA_SUCCESS ? LM::kResultSuccess : LM::kResultFailed;
+       },
+       true, ""},
+      {"PixelFormatConvert_UYVY_To_32f", kUYVYTo32fBytes, OnTwoFrames(ConvertUYVYTo32f), false,
+       "Ceiling_UYVY_To_32f"},
+      {"Ceiling_UYVY_To_32f", kUYVYTo32fBytes, OnTwoFrames(CeilingUYVYTo32f), false, ""},
+      {"PixelFormatConvert_32f_To_V210", k32fToV210Bytes, OnTwoFrames(Convert32fToV210), false,
+       "Ceiling_32f_To_V210"},
+      {"Ceiling_32f_To_V210", k32fToV210Bytes, OnTwoFrames(Ceiling32fToV210), false, ""},
+      {"PixelFormatConvert_420_To_32f", k420To32fBytes, OnTwoFrames(Convert420To32f), false,
+       "Ceiling_420_To_32f"},
+      {"Ceiling_420_To_32f", k420To32fBytes, OnTwoFrames(Ceiling420To32f), false, ""},
+      // Two frames in, one out: the composite of the white layer over the grey background at 75 % in every
+      // mode, the cross dissolve, and their ceiling.
+      {"CrossDissolve", 3 * kFrameBytes,
+       [](const boost::shared_ptr<LM::Device>& device, void* source, void* second, void* destination) {
+         return LM::CrossDissolve(device, source, kFrameRowBytes, second, kFrameRowBytes, destination,
+                                  kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, kFrameWidth,
+                                  kFrameHeight, 0.3f, false);
+       },
+       false, "Ceiling_Composite"},
+      {"Ceiling_Composite", 3 * kFrameBytes, CeilingComposite, false, ""},
+  };
+  for (int mode = 0; mode <= kBlendMode_Divide; ++mode) {
+    operations.push_back(
+        {std::string("Composite_") + kModeNames[mode], 3 * kFrameBytes,
+         [mode](const boost::shared_ptr<LM::Device>& device, void* source, void* second, void* destination) {
+           return LM::Composite(device, source, kFrameRowBytes, second, kFrameRowBytes, destination,
+                                kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, kFrameWidth, kFrameHeight,
+                                0.75f, SK_BlendMode(mode));
+         },
+         false, "Ceiling_Composite"});
+  }
+  return operations;
+}
+
+const std::vector<Operation>& Operations() {
+  static const std::vector<Operation> operations = MakeOperations();
+  return operations;
+}
 
 // Each iteration's time is the device's: between two events of its queue on CUDA; on OpenCL, whose events
 // time nothing unless the queue profiles, the wall time until the work has finished.
@@ -73,20 +120,26 @@ void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& d
   const boost::shared_ptr<LM::MemoryManager> pool = device->GetDeviceMemory();
   const boost::shared_ptr<LM::CommandQueue> queue = device->GetCommandQueue();
   void* source = pool->Allocate(kFrameBytes, nullptr);
+  void* second = pool->Allocate(kFrameBytes, nullptr);
   void* destination = pool->Allocate(kFrameBytes, nullptr);
-  int result = source != nullptr && destination != nullptr ? LM::kResultSuccess : LM::kResultOutOfMemory;
+  int result = source != nullptr && second != nullptr && destination != nullptr ? LM::kResultSuccess
+                                                                                : LM::kResultOutOfMemory;
   if (result == LM::kResultSuccess) {
     result = LM::FillWithOpaqueWhite(device, source, kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0,
                                      kFrameWidth, kFrameHeight);
   }
-  if (result == LM::kResultSuccess) result = operation.work(device, source, destination);  // warms the caches
+  if (result == LM::kResultSuccess) {
+    result = LM::FillWithColor(device, second, kFrameRowBytes, LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 0,
+                               kFrameWidth, kFrameHeight, LM::float4{0.25f, 0.25f, 0.25f, 0.5f});
+  }
+  if (result == LM::kResultSuccess) result = operation.work(device, source, second, destination);  // warms up
   queue->RecordEvent()->Wait();
   const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
   for (auto _ : state) {
     if (result != LM::kResultSuccess) break;
     const auto wallStart = std::chrono::steady_clock::now();
     const boost::shared_ptr<LM::Event> start = cuda ? queue->RecordEvent() : boost::shared_ptr<LM::Event>();
-    result = operation.work(device, source, destination);
+    result = operation.work(device, source, second, destination);
     const boost::shared_ptr<LM::Event> end = queue->RecordEvent();
     if (cuda) {
       state.SetIterationTime(start->ElapsedTime(end) / 1000.0);
@@ -100,8 +153,9 @@ void RunOnDevice(benchmark::State& state, const boost::shared_ptr<LM::Device>& d
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
                           static_cast<int64_t>(operation.bytesMoved));
   const boost::shared_ptr<LM::Event> done = queue->RecordEvent();
-  if (source != nullptr) pool->Release(source, done);
-  if (destination != nullptr) pool->Release(destination, done);
+  for (void* block : {source, second, destination}) {
+    if (block != nullptr) pool->Release(block, done);
+  }
 }
 
 // The console output (coloured on a terminal), plus every run's bytes per second by benchmark name (without
@@ -131,16 +185,16 @@ class SummaryReporter : public benchmark::ConsoleReporter {
       const bool cuda = device->GetFramework() == LM::kDeviceFramework_CUDA;
       const std::string tag =
           std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
-      for (const Operation& operation : kOperations) {
+      for (const Operation& operation : Operations()) {
         if (operation.cudaOnly) continue;
         std::vector<std::string> references =
             cuda ? std::vector<std::string>{"BM_MemcpyDtoD/" + tag}
                  : std::vector<std::string>{"BM_MemcpyAllCores", "BM_Memcpy"};
-        if (operation.ceiling != nullptr)
+        if (!operation.ceiling.empty())
           references.push_back(std::string("BM_") + operation.ceiling + "/" + tag);
         const auto rate = rates_.find(std::string("BM_") + operation.name + "/" + tag);
         if (rate == rates_.end()) {
-          std::printf("SUMMARY bandwidth %-9s %-30s not measured\n", tag.c_str(), operation.name);
+          std::printf("SUMMARY bandwidth %-9s %-30s not measured\n", tag.c_str(), operation.name.c_str());
           continue;
         }
         std::string ratios;
@@ -155,7 +209,7 @@ class SummaryReporter : public benchmark::ConsoleReporter {
           }
           ratios += text;
         }
-        std::printf("SUMMARY bandwidth %-9s %-30s %8.1f GB/s%s\n", tag.c_str(), operation.name,
+        std::printf("SUMMARY bandwidth %-9s %-30s %8.1f GB/s%s\n", tag.c_str(), operation.name.c_str(),
                     rate->second / 1e9, ratios.c_str());
       }
     }
@@ -187,7 +241,7 @@ int main(int argc, char** argv) {
     const std::string tag =
         std::string(cuda ? "CUDA_" : "OpenCL_") + std::to_string(device->GetFrameworkIndex());
     RegisterFrameBenchmarks(device, tag);
-    for (const Operation& operation : kOperations) {
+    for (const Operation& operation : Operations()) {
       if (operation.cudaOnly && !cuda) continue;
       benchmark::RegisterBenchmark(
           (std::string("BM_") + operation.name + "/" + tag).c_str(),

@@ -27,3 +27,6 @@ int Convert32fToV210(const boost::shared_ptr<LM::Device>& device, void* source, 
 int Ceiling32fToV210(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);
 int Convert420To32f(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);
 int Ceiling420To32f(const boost::shared_ptr<LM::Device>& device, void* source, void* destination);
+// The ceiling of the composite and the cross dissolve: two 3840 x 2160 32f frames in, one out.
+int CeilingComposite(const boost::shared_ptr<LM::Device>& device, void* source, void* second,
+                     void* destination);

@@ -3,6 +3,7 @@
 // writes of the conversion it stands beside, and no arithmetic beyond turning what it read into what it
 // writes: what it reaches is what the framework can do with that traffic, and the conversion's ratio to it
 // is the conversion's own efficiency.
+#include "CompositeParameters.h"
 #include "KernelDialect.h"
 #include "PixelFormatConvertParameters.h"
 
@@ -45,4 +46,14 @@ LM_KERNEL_WITH_PARAMETERS(Ceiling_YUV_420_To_BGRA_4444_32f_Kernel, LM_PARAMETERS
   const float cb = LM_SampleTexture(inFrameCodedUPlaneTexture, x / 2 + uOffset, y / 2).x;
   const float cr = LM_SampleTexture(inFrameCodedVPlaneTexture, x / 2 + vOffset, y / 2).x;
   LM_StorePixel(dst, y * dstPitch + x, LM_MAKE_FLOAT4(cr, cb, luma, 1.0f), dstIs32f);
+}
+
+// Two pixels in, their sum out: the traffic of the composite and the cross dissolve.
+LM_KERNEL_WITH_PARAMETERS(Ceiling_Composite_Kernel, LM_PARAMETERS_Composite) {
+  const int x = LM_GLOBAL_X;
+  const int y = LM_GLOBAL_Y;
+  if (x >= width || y >= height) return;
+  const float4 l = LM_LoadPixel(layer, y * layerPitch + x, is32f);
+  const float4 b = LM_LoadPixel(background, y * backgroundPitch + x, is32f);
+  LM_StorePixel(out, y * outPitch + x, LM_Add4(l, b), is32f);
 }

@@ -21,16 +21,35 @@ LM_DEVICE float Unit(float v) {
   return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
 }
 
-// n / d for d != 0, bounded: never infinite.
-LM_DEVICE float Quotient(float n, float d) {
-  const float q = n / d;
-  return q > -LM_BOUND ? (q < LM_BOUND ? q : LM_BOUND) : -LM_BOUND;
+// A value bounded to +-LM_BOUND.
+LM_DEVICE float Bounded(float v) {
+  return v > -LM_BOUND ? (v < LM_BOUND ? v : LM_BOUND) : -LM_BOUND;
 }
 
-// The straight colour of a premultiplied pixel of alpha a (0..1): 0 where a is 0.
-LM_DEVICE float4 Straight(float4 p, float a) {
-  if (!(a > 0.0f)) return LM_MAKE_FLOAT4(0.0f, 0.0f, 0.0f, 0.0f);
-  return LM_MAKE_FLOAT4(Quotient(p.x, a), Quotient(p.y, a), Quotient(p.z, a), 0.0f);
+// The straight colour of a premultiplied pixel, given the reciprocal of its alpha (0 where alpha is 0).
+// Below an alpha of 6.5e-5 a channel within the half range could pass the bound, so only there is it
+// bounded.
+LM_DEVICE float4 Straight(float4 p, float a, float inverse) {
+  float4 c = LM_MAKE_FLOAT4(p.x * inverse, p.y * inverse, p.z * inverse, 0.0f);
+  if (a < 6.5e-5f) c = LM_MAKE_FLOAT4(Bounded(c.x), Bounded(c.y), Bounded(c.z), 0.0f);
+  return c;
+}
+
+// The reciprocals of the two alphas (0..1), 0 for an alpha of 0, with one division where both are well
+// above 0; reciprocals are taken of at least 1e-30, so that they stay finite.
+LM_DEVICE float2 Reciprocals(float al, float ab) {
+  const float both = al * ab;
+  if (both > 1e-30f) {
+    const float inverse = 1.0f / both;
+    return LM_MAKE_FLOAT2(ab * inverse, al * inverse);
+  }
+  return LM_MAKE_FLOAT2(al > 0.0f ? 1.0f / (al > 1e-30f ? al : 1e-30f) : 0.0f,
+                        ab > 0.0f ? 1.0f / (ab > 1e-30f ? ab : 1e-30f) : 0.0f);
+}
+
+// n / d for d != 0, bounded: never infinite.
+LM_DEVICE float Quotient(float n, float d) {
+  return Bounded(n / d);
 }
 
 // ---- Separable modes: B(Cb, Cs) channel by channel
@@ -167,26 +186,46 @@ LM_DEVICE float Coverage(float layerAlpha, float opacity, int x, int y, int diss
 
 // The composite of the straight colours with their blend, premultiplied with its alpha; halves saturate.
 LM_DEVICE float4 Over(float4 cs, float4 cb, float4 blended, float as, float ab, int is32f) {
-  const float ao = as + ab * (1.0f - as);
-  const float keep = (1.0f - as) * ab;
-  float4 out = LM_MAKE_FLOAT4(as * ((1.0f - ab) * cs.x + ab * blended.x) + keep * cb.x,
-                              as * ((1.0f - ab) * cs.y + ab * blended.y) + keep * cb.y,
-                              as * ((1.0f - ab) * cs.z + ab * blended.z) + keep * cb.z, ao);
+  const float layerShare = as * (1.0f - ab), blendShare = as * ab, backgroundShare = (1.0f - as) * ab;
+  float4 out = LM_MAKE_FLOAT4(layerShare * cs.x + blendShare * blended.x + backgroundShare * cb.x,
+                              layerShare * cs.y + blendShare * blended.y + backgroundShare * cb.y,
+                              layerShare * cs.z + blendShare * blended.z + backgroundShare * cb.z,
+                              as + backgroundShare);
   if (!is32f) out = LM_Clamp4(out, -65504.0f, 65504.0f);
   return out;
 }
 
-#define LM_COMPOSITE_KERNEL(context, mode)                                                         \
-  LM_KERNEL_WITH_PARAMETERS(LM_NAME_Composite(mode), LM_PARAMETERS_Composite) {                    \
-    const int x = LM_GLOBAL_X;                                                                     \
-    const int y = LM_GLOBAL_Y;                                                                     \
-    if (x >= width || y >= height) return;                                                         \
-    const float4 l = LM_LoadPixel(layer, y * layerPitch + x, is32f);                               \
-    const float4 b = LM_LoadPixel(background, y * backgroundPitch + x, is32f);                     \
-    const float al = opaque ? 1.0f : Unit(l.w), ab = opaque ? 1.0f : Unit(b.w);                    \
-    const float4 cs = Straight(l, al), cb = Straight(b, ab);                                       \
-    const float as = Coverage(al, opacity, x, y, LM_IS_DISSOLVE(mode));                            \
-    LM_StorePixel(out, y* outPitch + x, Over(cs, cb, Blend_##mode(cb, cs), as, ab, is32f), is32f); \
+// Normal without unpremultiplying: with B = Cs the composite reduces to the premultiplied layer times the
+// opacity over the premultiplied background, l op + b (1 - as). A pixel of alpha 0 counts with colour 0,
+// as its straight colour is 0. The same result up to rounding, for a fraction of the work.
+LM_DEVICE float4 NormalOver(float4 l, float4 b, float al, float ab, float opacity, int is32f) {
+  const float op = Unit(opacity), as = al * op, keep = 1.0f - as;
+  const float layerShare = al > 0.0f ? op : 0.0f, backgroundShare = ab > 0.0f ? keep : 0.0f;
+  float4 out =
+      LM_MAKE_FLOAT4(layerShare * l.x + backgroundShare * b.x, layerShare * l.y + backgroundShare * b.y,
+                     layerShare * l.z + backgroundShare * b.z, as + keep * ab);
+  if (!is32f) out = LM_Clamp4(out, -65504.0f, 65504.0f);
+  return out;
+}
+
+#define LM_COMPOSITE_KERNEL(context, mode)                                           \
+  LM_KERNEL_WITH_PARAMETERS(LM_NAME_Composite(mode), LM_PARAMETERS_Composite) {      \
+    const int x = LM_GLOBAL_X;                                                       \
+    const int y = LM_GLOBAL_Y;                                                       \
+    if (x >= width || y >= height) return;                                           \
+    const float4 l = LM_LoadPixel(layer, y * layerPitch + x, is32f);                 \
+    const float4 b = LM_LoadPixel(background, y * backgroundPitch + x, is32f);       \
+    const float al = opaque ? 1.0f : Unit(l.w), ab = opaque ? 1.0f : Unit(b.w);      \
+    float4 result;                                                                   \
+    if (LM_IS_NORMAL(mode)) {                                                        \
+      result = NormalOver(l, b, al, ab, opacity, is32f);                             \
+    } else {                                                                         \
+      const float2 inverse = Reciprocals(al, ab);                                    \
+      const float4 cs = Straight(l, al, inverse.x), cb = Straight(b, ab, inverse.y); \
+      const float as = Coverage(al, opacity, x, y, LM_IS_DISSOLVE(mode));            \
+      result = Over(cs, cb, Blend_##mode(cb, cs), as, ab, is32f);                    \
+    }                                                                                \
+    LM_StorePixel(out, y* outPitch + x, result, is32f);                              \
   }
 
 // 1 for Dissolve, whose coverage the hash draws, and 0 for every other mode: LM_DISSOLVE_PROBE_Dissolve
@@ -196,5 +235,8 @@ LM_DEVICE float4 Over(float4 cs, float4 cb, float4 blended, float as, float ab, 
 #define LM_SECOND(...) LM_SECOND_(__VA_ARGS__, ~)
 #define LM_SECOND_(first, second, ...) second
 #define LM_IS_DISSOLVE(mode) LM_SECOND(LM_DISSOLVE_PROBE_##mode, 0)
+// The same for Normal, which composites without unpremultiplying.
+#define LM_NORMAL_PROBE_Normal ~, 1
+#define LM_IS_NORMAL(mode) LM_SECOND(LM_NORMAL_PROBE_##mode, 0)
 
 LM_VARIANTS_Composite(LM_COMPOSITE_KERNEL, ~)
