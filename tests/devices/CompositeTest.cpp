@@ -13,6 +13,7 @@
 #include "GPUPixels.h"
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
+#include "zelmediatypes/PixelFormats.h"
 
 namespace {
 
@@ -396,6 +397,44 @@ TEST_P(Compositing, PointOperations) {
               0);
     expectPixels(straight, {{1, 0, 0.5f, 1}, {0, 0.5f, 0, 0.5f}, colour, {2, 1, 0, 1}});
   }
+}
+
+// Bad calls get their codes and touch nothing: a missing buffer, an extent longer than a buffer (64 MiB, more
+// than any block the pool holds), a format that is not a GPU format, a mode out of range, a missing source
+// or a negative offset.
+TEST_P(Compositing, BadCallsGetTheirCodes) {
+  const LM::PixelFormat f = LM::kPixelFormat_GPU_BGRA_4444_32f;
+  void* a = Allocate(4 * 16);
+  void* b = Allocate(4 * 16);
+  const int wide = 1 << 22, wideBytes = wide * 16;
+  const void* sources[2] = {a, nullptr};
+  const float weights[2] = {1, 1};
+  const struct {
+    const char* what;
+    int result, expected;
+  } cases[] = {
+      {"no layer", LM::Composite(device_, nullptr, 64, b, 64, b, 64, f, 4, 1, 0.5f, kBlendMode_Screen),
+       LM::kResultFailed},
+      {"long extent",
+       LM::Composite(device_, a, wideBytes, b, wideBytes, b, wideBytes, f, wide, 1, 0.5f, kBlendMode_Screen),
+       LM::kResultFailed},
+      {"host format",
+       LM::Composite(device_, a, 64, b, 64, b, 64, zelmediatypes::kPixelFormat_BGRA_4444_32f, 4, 1, 0.5f,
+                     kBlendMode_Screen),
+       LM::kResultUnsupported},
+      {"mode -1", LM::Composite(device_, a, 64, b, 64, b, 64, f, 4, 1, 0.5f, SK_BlendMode(-1)),
+       LM::kResultUnsupported},
+      {"long dissolve",
+       LM::CrossDissolve(device_, a, wideBytes, b, wideBytes, b, wideBytes, f, wide, 1, 0.5f, false),
+       LM::kResultFailed},
+      {"missing source", LM::Accumulate(device_, sources, weights, 2, b, 64, 0, f, 4, 1), LM::kResultFailed},
+      {"negative offset", LM::Accumulate(device_, sources, weights, 1, b, 64, -16, f, 4, 1),
+       LM::kResultFailed},
+      {"long gain", LM::AlphaGain(device_, a, wideBytes, b, wideBytes, f, wide, 1, 0.5f), LM::kResultFailed},
+      {"no unpremultiply source", LM::Unpremultiply(device_, nullptr, 64, b, 64, f, 4, 1, {0, 0, 0, 0}),
+       LM::kResultFailed},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.result, c.expected) << c.what;
 }
 
 LM_ON_EVERY_DEVICE(Compositing);
