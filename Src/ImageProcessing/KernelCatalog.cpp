@@ -2,6 +2,7 @@
 // the OpenCL texts, so a family added to the library is added here too.
 #include "ImageProcessing/CompositeKernels.h"
 #include "ImageProcessing/FillsKernels.h"
+#include "ImageProcessing/GaussianBlurKernels.h"
 #include "ImageProcessing/MemoryKernels.h"
 #include "ImageProcessing/PixelFormatConvertKernels.h"
 
@@ -12,7 +13,8 @@ std::vector<KernelSignature> KernelCatalog() {
   AppendSignatures(signatures, fillWithColorKernel, copyMemory2DKernels, copyRectKernels,
                    copyBufferToImageKernel, pixelFormatConvert444Kernels, pixelFormatConvert422Kernels,
                    pixelFormatConvert420FrameKernels, pixelFormatConvert420FieldKernels, compositeKernels,
-                   crossDissolveKernel, accumulateKernel, alphaGainKernel, unpremultiplyKernel);
+                   crossDissolveKernel, accumulateKernel, alphaGainKernel, unpremultiplyKernel,
+                   horizontalKernels, verticalKernels, firstHalfKernels, secondHalfKernels, transposeKernel);
   return signatures;
 }
 

@@ -9,6 +9,7 @@
 #include "Lumora/Export.h"
 #include "Lumora/PixelFormats.h"
 #include "SK/BlendMode.h"
+#include "SK/BlurDirection.h"
 
 namespace LM {
 
@@ -105,5 +106,19 @@ LM_API int AlphaGain(const boost::shared_ptr<Device>& device, const void* src, i
 // Divides each pixel's colour by its alpha; a pixel of alpha 0 (or less) becomes `color`.
 LM_API int Unpremultiply(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
                          int dstRowBytes, PixelFormat format, int width, int height, const float4& color);
+
+// Blurs the source (sourceWidth x sourceHeight) into the destination with the recursive Gaussian
+// (docs/gaussian-blur.md): horizontally with sigmaX, vertically with sigmaY, or both, on the premultiplied
+// values of all four channels. A direction runs when it is asked for and its sigma is positive (NaN and
+// negative sigmas run nothing; sigmas above 1024, infinity included, are taken as 1024). The source is
+// centred on the destination: a smaller destination is a centred crop of the blurred image, a larger one is
+// transparent black around it, as far as the blur does not spread into it. edgeFlag false takes the image as
+// transparent black beyond its edges; true extends the edge pixels. With no direction to run the source is
+// copied centred. kResultOutOfMemory when a pool block for an intermediate cannot be had, kResultFailed for
+// a missing kernel or bad arguments, kResultUnsupported for a format other than the GPU formats.
+LM_API int GaussianBlur(const boost::shared_ptr<Device>& device, const void* source, int sourceRowBytes,
+                        int sourceWidth, int sourceHeight, void* destination, int destinationRowBytes,
+                        int destinationWidth, int destinationHeight, PixelFormat format, float sigmaX,
+                        float sigmaY, bool edgeFlag, SK_BlurDirection direction);
 
 }  // namespace LM

@@ -1,0 +1,235 @@
+// The Gaussian blur on every device and on both kernel paths (the recursive one and the one of AMD OpenCL
+// devices, each forced through the internal entry point): its impulse response against a true Gaussian, its
+// unit gain, directions, centring, precisions, the agreement of the paths, and bad sigmas and pitches.
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "EveryDevice.h"
+#include "GPUPixels.h"
+#include "ImageProcessing/GaussianBlur.h"
+#include "Lumora/Results.h"
+
+namespace {
+
+using Pixel = LM::float4;
+using Path = LM::GaussianBlurPath;
+
+const LM::PixelFormat k32f = LM::kPixelFormat_GPU_BGRA_4444_32f;
+const LM::PixelFormat k16f = LM::kPixelFormat_GPU_BGRA_4444_16f;
+
+struct Picture {
+  int width, height;
+  std::vector<Pixel> pixels;
+  const Pixel& at(int x, int y) const { return pixels[std::size_t(y) * width + x]; }
+};
+
+class GaussianBlur : public EveryDevice {
+ protected:
+  // Blurs `picture` into a width x height destination on `path`; the result, or an empty picture when the
+  // call fails (the failure is reported).
+  Picture Blur(const Picture& picture, int width, int height, float sigmaX, float sigmaY, bool extend,
+               SK_BlurDirection direction, Path path, LM::PixelFormat format = k32f) {
+    const int size = IsHalfFormat(format) ? 8 : 16;
+    void* source = Upload(GPUBytes(picture.pixels, format));
+    void* destination = Allocate(std::size_t(width) * height * size);
+    const int result = LM::GaussianBlurOnPath(device_, source, picture.width * size, picture.width,
+                                              picture.height, destination, width * size, width, height,
+                                              format, sigmaX, sigmaY, extend, direction, path);
+    EXPECT_EQ(result, LM::kResultSuccess);
+    if (result != LM::kResultSuccess) return {0, 0, {}};
+    return {width, height, GPUPixels(Download(destination, std::size_t(width) * height * size), format)};
+  }
+};
+
+Picture Constant(int width, int height, const Pixel& value) {
+  return {width, height, std::vector<Pixel>(std::size_t(width) * height, value)};
+}
+Picture Random(int width, int height, unsigned seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<float> value(0.0f, 1.0f);
+  Picture p{width, height, {}};
+  for (int i = 0; i < width * height; ++i)
+    p.pixels.push_back({value(random), value(random), value(random), value(random)});
+  return p;
+}
+float Channel(const Pixel& p, int c) {
+  return c == 0 ? p.x : c == 1 ? p.y : c == 2 ? p.z : p.w;
+}
+// The largest difference of any channel, relative to max(1, |b|) when `relative`.
+double Largest(const Picture& a, const Picture& b, bool relative = false) {
+  double largest = 0;
+  for (std::size_t i = 0; i < a.pixels.size() && i < b.pixels.size(); ++i) {
+    for (int c = 0; c < 4; ++c) {
+      const double d = std::fabs(Channel(a.pixels[i], c) - Channel(b.pixels[i], c));
+      largest =
+          std::max(largest, relative ? d / std::max(1.0, double(std::fabs(Channel(b.pixels[i], c)))) : d);
+    }
+  }
+  return largest;
+}
+
+const Path kPaths[] = {Path::kRecursive, Path::kAMD};
+const char* Name(Path path) {
+  return path == Path::kAMD ? "AMD path" : "recursive path";
+}
+
+// The impulse response sums to 1 within 1e-3, and the Gaussian that fits it best in least squares (centre
+// fixed, amplitude and sigma free) has a sigma within 3 % of the one asked for.
+TEST_P(GaussianBlur, TheImpulseResponseIsANormalisedGaussian) {
+  for (const Path path : kPaths) {
+    for (const float sigma : {2.0f, 4.0f, 8.0f, 16.0f, 32.0f, 64.0f}) {
+      SCOPED_TRACE(std::string(Name(path)) + ", sigma " + std::to_string(sigma));
+      const int width = int(24 * sigma) + 1, centre = width / 2;
+      Picture impulse = Constant(width, 1, {0, 0, 0, 0});
+      impulse.pixels[centre] = {1, 1, 1, 1};
+      const Picture response = Blur(impulse, width, 1, sigma, 0, false, kBlurDirection_Horizontal, path);
+      ASSERT_EQ(response.pixels.size(), std::size_t(width));
+      double sum = 0;
+      for (const Pixel& p : response.pixels) sum += p.x;
+      EXPECT_NEAR(sum, 1.0, 1e-3);
+      // For a trial sigma the best amplitude is <r, g> / <g, g>; the residual is minimised over sigma.
+      const auto residual = [&](double s) {
+        double rg = 0, gg = 0, rr = 0;
+        for (int x = 0; x < width; ++x) {
+          const double g = std::exp(-0.5 * (x - centre) * (x - centre) / (s * s)), r = response.pixels[x].x;
+          rg += r * g;
+          gg += g * g;
+          rr += r * r;
+        }
+        return rr - rg * rg / gg;
+      };
+      double lo = 0.5 * sigma, hi = 2.0 * sigma;
+      for (int i = 0; i < 100; ++i) {
+        const double m1 = lo + (hi - lo) / 3, m2 = hi - (hi - lo) / 3;
+        (residual(m1) < residual(m2) ? hi : lo) = residual(m1) < residual(m2) ? m2 : m1;
+      }
+      EXPECT_NEAR(0.5 * (lo + hi) / sigma, 1.0, 0.03);
+    }
+  }
+}
+
+// A constant image stays constant where the edges cannot reach (12 sigma in), to 1e-5 up to sigma 16 and
+// 4e-5 up to 64, where the single-precision recursion drifts; with extended edges, up to the border. Rows
+// are blurred along a 1-row image and columns along a 1-column one.
+TEST_P(GaussianBlur, AConstantImageStaysConstant) {
+  const Pixel value = {0.3f, 0.5f, 0.7f, 1.0f};
+  for (const Path path : kPaths) {
+    for (const float sigma : {4.0f, 16.0f, 64.0f}) {
+      const double tolerance = sigma <= 16 ? 1e-5 : 4e-5;
+      const int length = int(30 * sigma), margin = int(12 * sigma);
+      for (const bool vertical : {false, true}) {
+        for (const bool extend : {false, true}) {
+          SCOPED_TRACE(std::string(Name(path)) + ", sigma " + std::to_string(sigma) +
+                       (vertical ? ", columns" : ", rows") + (extend ? ", extended edges" : ", zero edges"));
+          const int w = vertical ? 1 : length, h = vertical ? length : 1;
+          const Picture out =
+              Blur(Constant(w, h, value), w, h, vertical ? 0 : sigma, vertical ? sigma : 0, extend,
+                   vertical ? kBlurDirection_Vertical : kBlurDirection_Horizontal, path);
+          ASSERT_EQ(out.pixels.size(), std::size_t(length));
+          for (int i = extend ? 0 : margin; i < (extend ? length : length - margin); ++i) {
+            ASSERT_NEAR(out.pixels[i].y, value.y, tolerance) << "at " << i;
+            ASSERT_NEAR(out.pixels[i].w, value.w, tolerance) << "at " << i;
+          }
+        }
+      }
+    }
+  }
+}
+
+// A pass blurs along its own direction only: rows that repeat each other stay the same under a vertical pass,
+// columns that repeat each other under a horizontal one.
+TEST_P(GaussianBlur, APassChangesItsOwnDirectionOnly) {
+  const int width = 40, height = 30;
+  Picture stripes = Random(width, 1, 3), bands = Random(1, height, 4);
+  Picture rowsAlike{width, height, {}}, columnsAlike{width, height, {}};
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      rowsAlike.pixels.push_back(stripes.pixels[x]);
+      columnsAlike.pixels.push_back(bands.pixels[y]);
+    }
+  }
+  for (const Path path : kPaths) {
+    SCOPED_TRACE(Name(path));
+    EXPECT_LT(Largest(Blur(rowsAlike, width, height, 0, 5, true, kBlurDirection_Vertical, path), rowsAlike),
+              1e-5);
+    EXPECT_LT(
+        Largest(Blur(columnsAlike, width, height, 5, 0, true, kBlurDirection_Horizontal, path), columnsAlike),
+        1e-5);
+    EXPECT_GT(Largest(Blur(rowsAlike, width, height, 5, 0, true, kBlurDirection_Horizontal, path), rowsAlike),
+              1e-2);
+  }
+}
+
+// With no pass to run the source is copied centred: a larger destination is transparent black around it, a
+// smaller one a centred crop. A 16f image offset by an odd number of pixels lands exactly.
+TEST_P(GaussianBlur, WithoutAPassTheSourceIsCopiedCentred) {
+  const Picture source = Random(6, 4, 7);
+  for (const LM::PixelFormat format : {k32f, k16f}) {
+    const Picture stored = {6, 4, GPUPixels(GPUBytes(source.pixels, format), format)};
+    const Picture larger =
+        Blur(source, 8, 8, 0, 3, false, kBlurDirection_Horizontal, Path::kByDevice, format);
+    ASSERT_EQ(larger.pixels.size(), 64u);
+    for (int y = 0; y < 8; ++y) {
+      for (int x = 0; x < 8; ++x) {
+        const bool inside = x >= 1 && x < 7 && y >= 2 && y < 6;
+        const Pixel want = inside ? stored.at(x - 1, y - 2) : Pixel{0, 0, 0, 0};
+        EXPECT_EQ(larger.at(x, y).x, want.x) << x << ", " << y;
+        EXPECT_EQ(larger.at(x, y).w, want.w) << x << ", " << y;
+      }
+    }
+    const Picture smaller = Blur(source, 4, 2, 0, 0, false, kBlurDirection_Both, Path::kByDevice, format);
+    ASSERT_EQ(smaller.pixels.size(), 8u);
+    for (int y = 0; y < 2; ++y) {
+      for (int x = 0; x < 4; ++x) EXPECT_EQ(smaller.at(x, y).z, stored.at(x + 1, y + 1).z) << x << ", " << y;
+    }
+  }
+}
+
+// The two paths agree within 1e-4 on 32f, both directions, both edge rules, at the same size, cropped and
+// padded; 16f agrees with 32f within half precision.
+TEST_P(GaussianBlur, PathsAndPrecisionsAgree) {
+  const Picture source = Random(48, 36, 9);
+  const struct { int width, height; } sizes[] = {{48, 36}, {30, 20}, {64, 50}};
+  for (const auto& size : sizes) {
+    for (const bool extend : {false, true}) {
+      SCOPED_TRACE(std::to_string(size.width) + " x " + std::to_string(size.height) +
+                   (extend ? ", extended" : ", zero"));
+      const Picture recursive =
+          Blur(source, size.width, size.height, 3.5f, 2.0f, extend, kBlurDirection_Both, Path::kRecursive);
+      const Picture amd =
+          Blur(source, size.width, size.height, 3.5f, 2.0f, extend, kBlurDirection_Both, Path::kAMD);
+      EXPECT_LT(Largest(amd, recursive), 1e-4);
+      for (const Path path : kPaths) {
+        const Picture half =
+            Blur(source, size.width, size.height, 3.5f, 2.0f, extend, kBlurDirection_Both, path, k16f);
+        EXPECT_LT(Largest(half, recursive, true), 2e-3) << Name(path);
+      }
+    }
+  }
+}
+
+// Bad sigmas and pitches give their documented results: NaN and negative sigmas run nothing (a copy);
+// infinite and huge ones are taken as 1024, and nothing comes out NaN; a pitch shorter than a row is refused.
+TEST_P(GaussianBlur, BadSigmasAndPitches) {
+  const Picture source = Random(32, 8, 11);
+  for (const Path path : kPaths) {
+    SCOPED_TRACE(Name(path));
+    EXPECT_EQ(Largest(Blur(source, 32, 8, std::nanf(""), -2, true, kBlurDirection_Both, path), source), 0.0);
+    for (const float huge : {INFINITY, 1e6f}) {
+      const Picture out = Blur(source, 32, 8, huge, huge, true, kBlurDirection_Both, path);
+      for (const Pixel& p : out.pixels) ASSERT_TRUE(std::isfinite(p.x) && std::isfinite(p.w)) << huge;
+    }
+    void* buffer = Upload(GPUBytes(source.pixels, k32f));
+    void* out = Allocate(32 * 8 * 16);
+    EXPECT_EQ(LM::GaussianBlurOnPath(device_, buffer, 16 * 16, 32, 8, out, 32 * 16, 32, 8, k32f, 2, 2, false,
+                                     kBlurDirection_Both, path),
+              LM::kResultFailed);
+  }
+}
+
+LM_ON_EVERY_DEVICE(GaussianBlur);
+
+}  // namespace
