@@ -3,6 +3,7 @@
 #pragma once
 
 #include "ImageProcessing/CompositeKernels.h"
+#include "ImageProcessing/GaussianBlurKernels.h"
 #include "ImageProcessing/KernelFamily.h"
 #include "ImageProcessing/PixelFormatConvertKernels.h"
 
@@ -13,3 +14,6 @@ inline LM::KernelFamily<LM::PixelFormatConvert420FrameParameters, 1> planarCeili
     "BenchCeiling", {"Ceiling_YUV_420_To_BGRA_4444_32f_Kernel"});
 inline LM::KernelFamily<LM::CompositeParameters, 1> compositeCeilingKernel("BenchCeiling",
                                                                            {"Ceiling_Composite_Kernel"});
+inline LM::KernelFamily<LM::RecursiveGaussianParameters, 2> gaussianCeilingKernels(
+    "BenchCeiling", {"Ceiling_GaussianRows_Kernel", "Ceiling_GaussianColumns_Kernel"},
+    LM::KernelFamilyOptions{}.Geometry(LM::RowOfBlocks32Or16));

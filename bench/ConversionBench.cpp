@@ -89,3 +89,23 @@ int CeilingComposite(const boost::shared_ptr<LM::Device>& device, void* source, 
                                        kFrameWidth, LM::DevicePointer{destination}, kFrameWidth, 1,
                                        kFrameWidth, kFrameHeight, 0.75f, 0);
 }
+
+int CeilingGaussianBlur(const boost::shared_ptr<LM::Device>& device, void* source, void*, void* destination) {
+  void* middle = device->GetDeviceMemory()->Allocate(kFrameBytes, nullptr);
+  if (middle == nullptr) return LM::kResultOutOfMemory;
+  int result = LM::kResultSuccess;
+  const void* from = source;
+  void* to = middle;
+  for (const std::size_t variant : {std::size_t{1}, std::size_t{0}}) {  // columns, then rows
+    if (result == LM::kResultSuccess) {
+      result = gaussianCeilingKernels.Launch(device, variant, variant == 1 ? kFrameWidth : kFrameHeight, 1,
+                                             nullptr, {}, LM::DevicePointer{from}, kFrameWidth, kFrameWidth,
+                                             kFrameHeight, LM::DevicePointer{to}, kFrameWidth, kFrameWidth,
+                                             kFrameHeight, 0, 0, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0);
+    }
+    from = middle;
+    to = destination;
+  }
+  device->GetDeviceMemory()->Release(middle, device->GetCommandQueue()->RecordEvent());
+  return result;
+}

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "ImageProcessing/GaussianBlur.h"
 #include "ImageProcessing/Kernels/CompositeParameters.h"
 #include "Lumora/Device.h"
 #include "Lumora/ImageOperations.h"
@@ -94,6 +95,26 @@ std::vector<Operation> MakeOperations() {
        false, "Ceiling_Composite"},
       {"Ceiling_Composite", 3 * kFrameBytes, CeilingComposite, false, ""},
   };
+  // The blur in both directions at three sigmas, on the device's own path and on the recursive one, beside
+  // the ceiling of the recursive path's traffic. Bytes: the source read and the destination written.
+  for (const int sigma : {1, 8, 64}) {
+    for (const bool recursive : {false, true}) {
+      operations.push_back(
+          {std::string(recursive ? "GaussianBlurRecursive" : "GaussianBlur") +
+               "/sigma:" + std::to_string(sigma),
+           2 * kFrameBytes,
+           [sigma, recursive](const boost::shared_ptr<LM::Device>& device, void* source, void*,
+                              void* destination) {
+             return LM::GaussianBlurOnPath(
+                 device, source, kFrameRowBytes, kFrameWidth, kFrameHeight, destination, kFrameRowBytes,
+                 kFrameWidth, kFrameHeight, LM::kPixelFormat_GPU_BGRA_4444_32f, float(sigma), float(sigma),
+                 false, kBlurDirection_Both,
+                 recursive ? LM::GaussianBlurPath::kRecursive : LM::GaussianBlurPath::kByDevice);
+           },
+           false, "Ceiling_GaussianBlur"});
+    }
+  }
+  operations.push_back({"Ceiling_GaussianBlur", 2 * kFrameBytes, CeilingGaussianBlur, false, ""});
   for (int mode = 0; mode <= kBlendMode_Divide; ++mode) {
     operations.push_back(
         {std::string("Composite_") + kModeNames[mode], 3 * kFrameBytes,

@@ -30,3 +30,7 @@ int Ceiling420To32f(const boost::shared_ptr<LM::Device>& device, void* source, v
 // The ceiling of the composite and the cross dissolve: two 3840 x 2160 32f frames in, one out.
 int CeilingComposite(const boost::shared_ptr<LM::Device>& device, void* source, void* second,
                      void* destination);
+// The ceiling of the blur: its recursive path's two line passes through a pool intermediate, each line read
+// forwards and written, then read and rewritten backwards, with no arithmetic.
+int CeilingGaussianBlur(const boost::shared_ptr<LM::Device>& device, void* source, void* second,
+                        void* destination);

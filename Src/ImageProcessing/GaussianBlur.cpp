@@ -26,7 +26,9 @@ float PassSigma(bool runs, float sigma) {
 class PoolBlock {
  public:
   PoolBlock(const boost::shared_ptr<Device>& device, std::size_t bytes) : device_(device) {
-    if (device_ && device_->GetDeviceMemory()) block_ = device_->GetDeviceMemory()->Allocate(bytes, nullptr);
+    if (bytes > 0 && device_ && device_->GetDeviceMemory()) {
+      block_ = device_->GetDeviceMemory()->Allocate(bytes, nullptr);
+    }
   }
   ~PoolBlock() {
     if (block_ == nullptr) return;
@@ -156,40 +158,52 @@ int Transpose(const boost::shared_ptr<Device>& device, const Image& from, const 
       PitchInElements(to.rowBytes, pixelBytes), from.width, from.height, Is32BitFloat(format));
 }
 
-// The AMD path: the source centred on a canvas covering it and the destination (the source itself when the
-// sizes agree), the vertical passes, then the horizontal ones between two transposes, and the destination's
-// window of the result. Every buffer in between comes from the device pool.
+// The AMD path: the vertical passes, then the horizontal ones between two transposes. An image of the
+// destination's size is read and written where it lies (through a pool block when a pass would overwrite the
+// source it still reads); otherwise the source is first centred on a canvas covering it and the destination,
+// which is blurred and of which the destination's window is kept. Every buffer in between comes from the
+// device pool.
 int AMDPath(const boost::shared_ptr<Device>& device, const Image& source, const Image& destination,
             PixelFormat format, float sigmaX, float sigmaY, bool extend) {
   const int pixelBytes = GPUPixelBytes(format);
   if (pixelBytes == 0) return kResultUnsupported;
+  const bool sameSize = source.width == destination.width && source.height == destination.height;
   const int width = std::max(source.width, destination.width);
   const int height = std::max(source.height, destination.height);
   const std::size_t bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * pixelBytes;
   const int rowBytes = width * pixelBytes, columnBytes = height * pixelBytes;
-  PoolBlock canvasBlock(device, bytes), aBlock(device, bytes), bBlock(device, bytes);
-  if (canvasBlock.Get() == nullptr || aBlock.Get() == nullptr || bBlock.Get() == nullptr) {
+  // a: the vertical result or a transposed image; b: the canvas; c: the other transposed image.
+  PoolBlock aBlock(device, bytes), bBlock(device, sameSize ? 0 : bytes),
+      cBlock(device, sigmaX > 0.0f ? bytes : 0);
+  if (aBlock.Get() == nullptr || (!sameSize && bBlock.Get() == nullptr) ||
+      (sigmaX > 0.0f && cBlock.Get() == nullptr)) {
     return kResultOutOfMemory;
   }
-  Image current = {canvasBlock.Get(), rowBytes, width, height};
-  int result = CopyCentred(device, source, current, format);
-  const Image a = {aBlock.Get(), rowBytes, width, height}, b = {bBlock.Get(), rowBytes, width, height};
+  const Image a = {aBlock.Get(), rowBytes, width, height};
+  Image current = source;
+  int result = kResultSuccess;
+  if (!sameSize) {
+    current = {bBlock.Get(), rowBytes, width, height};
+    result = CopyCentred(device, source, current, format);
+  }
+  // The last pass writes the destination itself when the sizes agree and the source is no longer read.
+  const bool direct = sameSize && source.buffer != destination.buffer;
   if (result == kResultSuccess && sigmaY > 0.0f) {
-    result = AMDColumns(device, current, a, format, sigmaY, extend);
-    current = a;
+    const Image to = direct && sigmaX <= 0.0f ? destination : a;
+    result = AMDColumns(device, current, to, format, sigmaY, extend);
+    current = to;
   }
   if (result == kResultSuccess && sigmaX > 0.0f) {
     // Rows become columns: height x width images with rows of `height` pixels.
-    const Image transposed = {current.buffer == a.buffer ? b.buffer : a.buffer, columnBytes, height, width};
-    const Image blurred = {canvasBlock.Get(), columnBytes, height, width};
+    const void* spare = current.buffer == a.buffer ? cBlock.Get() : a.buffer;
+    const Image transposed = {spare, columnBytes, height, width};
+    const Image blurred = {spare == a.buffer ? cBlock.Get() : a.buffer, columnBytes, height, width};
     result = Transpose(device, current, transposed, format);
     if (result == kResultSuccess) result = AMDColumns(device, transposed, blurred, format, sigmaX, extend);
-    const Image back = {transposed.buffer, rowBytes, width, height};
-    if (result == kResultSuccess) result = Transpose(device, blurred, back, format);
-    current = back;
+    current = sameSize ? destination : Image{transposed.buffer, rowBytes, width, height};
+    if (result == kResultSuccess) result = Transpose(device, blurred, current, format);
   }
-  if (result != kResultSuccess) return result;
-  // The destination's window: the canvas centred on the destination.
+  if (result != kResultSuccess || current.buffer == destination.buffer) return result;
   return CopyCentred(device, current, destination, format);
 }
 

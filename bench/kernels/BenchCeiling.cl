@@ -4,6 +4,7 @@
 // writes: what it reaches is what the framework can do with that traffic, and the conversion's ratio to it
 // is the conversion's own efficiency.
 #include "CompositeParameters.h"
+#include "GaussianBlurParameters.h"
 #include "KernelDialect.h"
 #include "PixelFormatConvertParameters.h"
 
@@ -56,4 +57,21 @@ LM_KERNEL_WITH_PARAMETERS(Ceiling_Composite_Kernel, LM_PARAMETERS_Composite) {
   const float4 l = LM_LoadPixel(layer, y * layerPitch + x, is32f);
   const float4 b = LM_LoadPixel(background, y * backgroundPitch + x, is32f);
   LM_StorePixel(out, y * outPitch + x, LM_Add4(l, b), is32f);
+}
+
+// The traffic of a recursive blur line: read forwards and written, then read and rewritten backwards.
+LM_DEVICE void CeilingLine(LM_GLOBAL const float* src, LM_GLOBAL float* dst, int base, int stride, int count) {
+  for (int s = 0; s < count; ++s) LM_CopyPixel(src, base + s * stride, dst, base + s * stride, 1);
+  for (int s = count - 1; s >= 0; --s) {
+    const float4 v = LM_Add4(LM_LoadPixel(src, base + s * stride, 1), LM_LoadPixel(dst, base + s * stride, 1));
+    LM_StorePixel(dst, base + s * stride, v, 1);
+  }
+}
+LM_KERNEL_WITH_PARAMETERS(Ceiling_GaussianRows_Kernel, LM_PARAMETERS_RecursiveGaussian) {
+  const int row = LM_GLOBAL_X;
+  if (row < dstHeight) CeilingLine(src, dst, row * srcPitch, 1, srcWidth);
+}
+LM_KERNEL_WITH_PARAMETERS(Ceiling_GaussianColumns_Kernel, LM_PARAMETERS_RecursiveGaussian) {
+  const int column = LM_GLOBAL_X;
+  if (column < dstWidth) CeilingLine(src, dst, column, srcPitch, srcHeight);
 }

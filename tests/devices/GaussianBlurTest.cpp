@@ -211,6 +211,23 @@ TEST_P(GaussianBlur, PathsAndPrecisionsAgree) {
   }
 }
 
+// Blurring in place (the destination is the source) gives what blurring into another buffer gives.
+TEST_P(GaussianBlur, InPlaceBlursAsIntoAnotherBuffer) {
+  const Picture source = Random(24, 20, 13);
+  for (const Path path : kPaths) {
+    for (const SK_BlurDirection direction :
+         {kBlurDirection_Horizontal, kBlurDirection_Vertical, kBlurDirection_Both}) {
+      SCOPED_TRACE(std::string(Name(path)) + ", direction " + std::to_string(int(direction)));
+      const Picture expected = Blur(source, 24, 20, 2.5f, 3.0f, true, direction, path);
+      void* buffer = Upload(GPUBytes(source.pixels, k32f));
+      ASSERT_EQ(LM::GaussianBlurOnPath(device_, buffer, 24 * 16, 24, 20, buffer, 24 * 16, 24, 20, k32f, 2.5f,
+                                       3.0f, true, direction, path),
+                LM::kResultSuccess);
+      EXPECT_EQ(Largest({24, 20, GPUPixels(Download(buffer, 24 * 20 * 16), k32f)}, expected), 0.0);
+    }
+  }
+}
+
 // Bad sigmas and pitches give their documented results: NaN and negative sigmas run nothing (a copy);
 // infinite and huge ones are taken as 1024, and nothing comes out NaN; a pitch shorter than a row is refused.
 TEST_P(GaussianBlur, BadSigmasAndPitches) {

@@ -37,7 +37,7 @@ class CUDAOperations : public testing::Test {
     folder_.Write("PTX/FamilyProbe_NVIDIA.ptx", BuiltPtx("FamilyProbe"));
     folder_.Write("PTX/PixelFormatConvert_444_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_444"));
     folder_.Write("PTX/PixelFormatConvert_420_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_420"));
-    for (const char* module : {"Composite", "Accumulate"}) {
+    for (const char* module : {"Composite", "Accumulate", "GaussianBlur"}) {
       folder_.Write(std::string("PTX/") + module + "_NVIDIA.ptx", BuiltPtx(module));
     }
     device_ = LM::Device::Create(0, 0, 0);
@@ -478,6 +478,38 @@ TEST_F(CUDAOperations, CompositeShortcutsAndModeTableAndAccumulateGroups) {
       LM::Accumulate(device_, sources, weights, 9, out, 64, 0, LM::kPixelFormat_GPU_BGRA_4444_32f, 4, 4),
       LM::kResultSuccess);
   EXPECT_EQ(fake_->fakecuda_LaunchCount(), 2u);
+}
+
+// The blur's launches: one work item per line in blocks of 32 (capability 7.5), the vertical kernel set to
+// prefer shared memory first, both kernels of the format's precision; with both directions, an intermediate
+// from the pool, whose failure is kResultOutOfMemory.
+TEST_F(CUDAOperations, BlurLinesRunInBlocksOf32AndTheVerticalKernelPrefersSharedMemory) {
+  alignas(16) static char source[40 * 16 * 16], destination[40 * 16 * 16];
+  ASSERT_EQ(LM::GaussianBlur(device_, source, 40 * 8, 40, 16, destination, 40 * 8, 40, 16,
+                             LM::kPixelFormat_GPU_BGRA_4444_16f, 2, 3, false, kBlurDirection_Both),
+            LM::kResultSuccess);
+  ASSERT_EQ(fake_->fakecuda_LaunchCount(), 2u);
+  FakeCUDALaunch vertical = {}, horizontal = {};
+  fake_->fakecuda_GetLaunch(0, &vertical);
+  fake_->fakecuda_GetLaunch(1, &horizontal);
+  EXPECT_STREQ(vertical.function, "VerticalRecursiveGaussianRGBAF16_kernel");
+  EXPECT_STREQ(horizontal.function, "HorizontalRecursiveGaussianRGBAF16_kernel");
+  // 40 columns round up to 48: two blocks of 32; 16 rows: one block.
+  EXPECT_EQ((std::vector<unsigned>{vertical.gridX, vertical.blockX, horizontal.gridX, horizontal.blockX}),
+            (std::vector<unsigned>{2, 32, 1, 32}));
+  const std::vector<std::string> calls = fake_->CallNames();
+  std::vector<unsigned long long> cacheConfigs;
+  for (std::size_t i = 0; i < calls.size(); ++i) {
+    if (calls[i] == "cuFuncSetCacheConfig") cacheConfigs.push_back(fake_->CallArgs(i)[1]);
+  }
+  EXPECT_EQ(cacheConfigs, std::vector<unsigned long long>{1})
+      << "only the vertical kernel, preferring shared memory";
+
+  fake_->fakecuda_SetFailure("cuMemAlloc", CUDA_ERROR_OUT_OF_MEMORY, 0, kFakeCUDAFailForever);
+  EXPECT_EQ(LM::GaussianBlur(device_, source, 40 * 16, 40, 16, destination, 40 * 16, 37, 15,
+                             LM::kPixelFormat_GPU_BGRA_4444_32f, 2, 3, false, kBlurDirection_Both),
+            LM::kResultOutOfMemory);
+  fake_->fakecuda_ClearFailures();
 }
 
 TEST_F(CUDAOperations, ATextureThatCouldNotBePreparedBindsToOutOfMemory) {

@@ -13,7 +13,8 @@ inline std::vector<LM::KernelSignature> CheckedKernels() {
   std::vector<LM::KernelSignature> kernels = LM::KernelCatalog();
   LM::AppendSignatures(kernels, sampleTextureKernel, pixelArithmeticKernel, familyProbe);
 #if LUMORA_CHECK_BENCH_KERNELS
-  LM::AppendSignatures(kernels, packedCeilingKernels, planarCeilingKernel, compositeCeilingKernel);
+  LM::AppendSignatures(kernels, packedCeilingKernels, planarCeilingKernel, compositeCeilingKernel,
+                       gaussianCeilingKernels);
 #endif
   return kernels;
 }
