@@ -11,6 +11,7 @@ packages=(
   libbenchmark-dev
   ocl-icd-opencl-dev opencl-headers pocl-opencl-icd clinfo
   clang-format
+  libpng-dev
 )
 
 missing=()

@@ -1,5 +1,6 @@
 // lumora: the command-line face of the library, for people embedding it. `lumora devices` starts the
-// library, lists the compute devices it registers and shuts it down again.
+// library, lists the compute devices it registers and shuts it down again; the image commands
+// (Commands.cpp) run one operation on PNG files.
 #include <Lumora/Lumora.h>
 #include <zelcore/Debug.h>
 
@@ -8,12 +9,17 @@
 #include <sstream>
 #include <string>
 
+#include "Commands.h"
+
 namespace {
 
 const char kUsage[] =
     "Usage: lumora <command> [options]\n"
     "\n"
     "Commands:\n"
+    "  composite, dissolve, blur, alpha-gain, unpremultiply, accumulate\n"
+    "                       Run one image operation on PNG files on a device: lumora <command> --help\n"
+    "                       says how.\n"
     "  devices              Start the library, list the compute devices it registers (framework, vendor,\n"
     "                       name, compute capability, driver version, memory, and whether each qualifies\n"
     "                       for use, or the first test it fails), and stop it. OpenCL devices, CPU devices\n"
@@ -26,8 +32,9 @@ const char kUsage[] =
     "                       bound, say why and exit with status 1.\n"
     "  -h, --help           Show this help.\n"
     "\n"
-    "Exit status: 0 on success, 1 when the CUDA driver given with --cuda-driver cannot be bound, 2 for a\n"
-    "command line that is not understood (the usage then goes to standard error).\n"
+    "Exit status: 0 on success, 1 when the CUDA driver given with --cuda-driver cannot be bound or a device\n"
+    "fails, 2 for a command line, file or image that cannot be used (the usage, or one line saying what\n"
+    "is wrong, then goes to standard error).\n"
     "\n"
     "Run-time switches are entries of the debug database, set through the environment variable\n"
     "LUMORA_DEBUG as \"key=value;key=value\" (see docs/configuration.md). For example, to list CUDA\n"
@@ -167,6 +174,10 @@ int main(int argc, char** argv) {
       return 2;
     } else if (command.empty()) {
       command = argument;
+      // An image command takes the rest of the line.
+      if (const lumora::Command* image = lumora::FindCommand(command)) {
+        return lumora::RunCommand(*image, argc - i - 1, argv + i + 1);
+      }
     } else {
       std::fprintf(stderr, "lumora: unexpected argument %s\n\n%s", argument, kUsage);
       return 2;

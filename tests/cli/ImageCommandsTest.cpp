@@ -1,0 +1,205 @@
+// The lumora program's image commands, run as a user runs them on PNG files that the tests write: outputs
+// whose pixels follow from the inputs, standard input and output, every command's help, and the one-line
+// refusals (exit status 2) of bad arguments, unreadable and truncated files.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "Png.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using lumora::Picture;
+
+struct Outcome {
+  int status;
+  std::string out, err;
+};
+
+class ImageCommands : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ = fs::path(testing::TempDir()) /
+              ("lumora-cli-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
+    fs::create_directories(folder_);
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  std::string Path(const std::string& name) const { return (folder_ / name).string(); }
+
+  // Runs `lumora <arguments>` in the folder, standard input from `input` when given.
+  Outcome Lumora(const std::string& arguments, const std::string& input = "") const {
+    const std::string out = Path("stdout"), err = Path("stderr");
+    std::string line = "cd '" + folder_.string() + "' && '" LUMORA_PROGRAM "' " + arguments + " >'" + out +
+                       "' 2>'" + err + "'" + (input.empty() ? " </dev/null" : " <'" + input + "'");
+    const int status = std::system(line.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read(out), Read(err)};
+  }
+  static std::string Read(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+  }
+
+  void Write(const std::string& name, const Picture& picture) const {
+    std::string error;
+    ASSERT_TRUE(lumora::WritePng(Path(name), picture, &error)) << error;
+  }
+  Picture Load(const std::string& name) const {
+    Picture picture;
+    std::string error;
+    EXPECT_TRUE(lumora::ReadPng(Path(name), &picture, &error)) << error;
+    return picture;
+  }
+
+  fs::path folder_;
+};
+
+// An 8-bit RGBA picture whose pixel (x, y) is f(x, y).
+template <class F>
+Picture Make(int width, int height, F f, int channels = 4) {
+  Picture p;
+  p.width = width;
+  p.height = height;
+  p.channels = channels;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const std::array<int, 4> v = f(x, y);
+      for (int c = 0; c < channels; ++c) p.bytes.push_back(std::uint8_t(v[c]));
+    }
+  }
+  return p;
+}
+
+// The largest difference of any sample (8 or 16 bits).
+int Largest(const Picture& a, const Picture& b) {
+  if (a.bytes.size() != b.bytes.size() || a.depth != b.depth) return 1 << 20;
+  int largest = 0;
+  for (std::size_t i = 0; i < a.bytes.size(); i += a.SampleBytes()) {
+    std::uint16_t u = 0, v = 0;
+    std::memcpy(&u, &a.bytes[i], a.SampleBytes());
+    std::memcpy(&v, &b.bytes[i], b.SampleBytes());
+    largest = std::max(largest, std::abs(int(u) - int(v)));
+  }
+  return largest;
+}
+
+// Each command's result where the inputs decide it: opaque Normal is the layer, Multiply over white is the
+// layer, a dissolve at 0 is its first image, a blur keeps a constant image, a gain of 0 clears, an opaque
+// image unpremultiplies to itself, weights 1 and 0 pick the first input; a 16-bit RGB image stays 16-bit
+// RGB.
+TEST_F(ImageCommands, EachCommandGivesTheResultItsInputsDecide) {
+  const Picture layer = Make(24, 16, [](int x, int y) {
+    return std::array<int, 4>{x * 10, y * 15, 90, 255};
+  });
+  const Picture white = Make(24, 16, [](int, int) { return std::array<int, 4>{255, 255, 255, 255}; });
+  const Picture grey = Make(24, 16, [](int, int) { return std::array<int, 4>{100, 120, 140, 255}; });
+  Write("layer.png", layer);
+  Write("white.png", white);
+  Write("grey.png", grey);
+  Picture deep = Make(
+      24, 16,
+      [](int, int) {
+        return std::array<int, 4>{0, 0, 0, 0};
+      },
+      3);
+  deep.depth = 16;
+  deep.bytes.clear();
+  for (int i = 0; i < 24 * 16 * 3; ++i) {
+    const std::uint16_t v = std::uint16_t(i * 37 % 65536);
+    deep.bytes.insert(deep.bytes.end(), reinterpret_cast<const std::uint8_t*>(&v),
+                      reinterpret_cast<const std::uint8_t*>(&v) + 2);
+  }
+  Write("deep.png", deep);
+
+  const struct {
+    std::string arguments;
+    const Picture& expected;
+    int tolerance;
+  } cases[] = {
+      {"composite layer.png white.png --mode Normal -o out.png", layer, 1},
+      {"composite layer.png white.png --mode 17 --opacity 1 -o out.png", layer, 1},
+      {"dissolve layer.png white.png --progress 0 -o out.png", layer, 0},
+      {"blur grey.png --sigma 3 --edge extend -o out.png", grey, 1},
+      {"unpremultiply layer.png -o out.png", layer, 1},
+      {"accumulate layer.png white.png --weights 1,0 -o out.png", layer, 1},
+      {"blur deep.png --sigma 0 -o out.png", deep, 2},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = Lumora(c.arguments);
+    ASSERT_EQ(outcome.status, 0) << c.arguments << ": " << outcome.err;
+    const Picture out = Load("out.png");
+    EXPECT_EQ(out.channels, c.expected.channels) << c.arguments;
+    EXPECT_EQ(out.depth, c.expected.depth) << c.arguments;
+    EXPECT_LE(Largest(out, c.expected), c.tolerance) << c.arguments;
+  }
+  ASSERT_EQ(Lumora("alpha-gain layer.png --gain 0 -o out.png").status, 0);
+  for (std::size_t i = 3; i < Load("out.png").bytes.size(); i += 4) ASSERT_EQ(Load("out.png").bytes[i], 0);
+}
+
+// "-" reads the image from standard input and writes it to standard output, which then carries nothing else.
+TEST_F(ImageCommands, StandardInputAndOutput) {
+  const Picture image = Make(8, 8, [](int x, int y) { return std::array<int, 4>{x * 30, y * 30, 60, 255}; });
+  Write("in.png", image);
+  const Outcome outcome = Lumora("blur - --sigma 0 -o -", Path("in.png"));
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  std::ofstream(Path("piped.png"), std::ios::binary) << outcome.out;
+  EXPECT_EQ(Largest(Load("piped.png"), image), 0);
+}
+
+// Every command explains itself on standard output.
+TEST_F(ImageCommands, EveryCommandHasItsHelp) {
+  for (const char* command : {"composite", "dissolve", "blur", "alpha-gain", "unpremultiply", "accumulate"}) {
+    const Outcome outcome = Lumora(std::string(command) + " --help");
+    EXPECT_EQ(outcome.status, 0) << command;
+    EXPECT_EQ(outcome.out.rfind(std::string("Usage: lumora ") + command, 0), 0u) << command;
+    EXPECT_TRUE(outcome.err.empty()) << command;
+  }
+}
+
+// What a user gets wrong is refused with exit status 2 and one line that names it.
+TEST_F(ImageCommands, BadArgumentsAndFilesAreRefusedInOneLine) {
+  Write("a.png", Make(8, 8, [](int, int) { return std::array<int, 4>{1, 2, 3, 255}; }));
+  Write("small.png", Make(4, 4, [](int, int) { return std::array<int, 4>{1, 2, 3, 255}; }));
+  const std::string png = Read(Path("a.png"));
+  std::ofstream(Path("truncated.png"), std::ios::binary) << png.substr(0, png.size() / 2);
+  std::ofstream(Path("text.png")) << "not an image\n";
+  const struct {
+    std::string arguments, names;
+  } cases[] = {
+      {"blur a.png --sigma 2", "-o OUTPUT"},
+      {"blur a.png -o out.png", "--sigma"},
+      {"blur a.png --sigma two -o out.png", "--sigma"},
+      {"blur a.png --sigma 2 --direction up -o out.png", "--direction"},
+      {"blur a.png --sigma 2 --frobnicate 1 -o out.png", "--frobnicate"},
+      {"composite a.png a.png --mode Glow -o out.png", "Glow"},
+      {"composite a.png small.png --mode Normal -o out.png", "small.png"},
+      {"dissolve a.png a.png --progress 1.5 -o out.png", "--progress"},
+      {"accumulate a.png a.png --weights 1 -o out.png", "--weights"},
+      {"blur missing.png --sigma 2 -o out.png", "missing.png"},
+      {"blur truncated.png --sigma 2 -o out.png", "truncated.png"},
+      {"blur text.png --sigma 2 -o out.png", "text.png"},
+      {"blur a.png --sigma 2 --device 9 -o out.png", "--device 9"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = Lumora(c.arguments);
+    EXPECT_EQ(outcome.status, 2) << c.arguments;
+    EXPECT_NE(outcome.err.find(c.names), std::string::npos) << c.arguments << ": " << outcome.err;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1)
+        << c.arguments << ": " << outcome.err;
+    EXPECT_FALSE(fs::exists(Path("out.png"))) << c.arguments;
+  }
+}
+
+}  // namespace

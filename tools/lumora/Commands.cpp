@@ -1,0 +1,318 @@
+// The image commands of the lumora program: each reads its PNG inputs, uploads them, runs one operation on
+// the chosen device and writes the result. Exit status: 0 done, 2 for a command line, file or image the
+// command cannot use (one line on standard error says what), 1 when the device fails.
+#include "Commands.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include "Frames.h"
+
+namespace lumora {
+
+namespace {
+
+constexpr const char* kModeNames[] = {
+    "Color",          "ColorBurn",   "ColorDodge", "Darken",     "DarkerColor", "Difference",   "Dissolve",
+    "Exclusion",      "HardLight",   "HardMix",    "Hue",        "Lighten",     "LighterColor", "LinearBurn",
+    "LinearDodgeAdd", "LinearLight", "Luminosity", "Multiply",   "Normal",      "Overlay",      "PinLight",
+    "Saturation",     "Screen",      "SoftLight",  "VividLight", "Subtract",    "Divide"};
+
+// Why a command cannot run: one line, exit status 2.
+struct Refusal {
+  std::string message;
+};
+
+Arguments Parse(const Command& command, int argc, char** argv) {
+  Arguments arguments;
+  for (int i = 0; i < argc; ++i) {
+    std::string word = argv[i];
+    if (word == "-o") word = "--output";
+    if (word.size() > 2 && word.compare(0, 2, "--") == 0) {
+      const std::string name = word.substr(2);
+      if (std::strstr(command.options, ("--" + name + " ").c_str()) == nullptr &&
+          std::strstr(command.options, ("--" + name + "\n").c_str()) == nullptr) {
+        throw Refusal{"unknown option " + word};
+      }
+      if (arguments.Has(name)) throw Refusal{"option " + word + " given twice"};
+      if (i + 1 >= argc) throw Refusal{"option " + word + " needs a value"};
+      arguments.options[name] = argv[++i];
+    } else {
+      arguments.positional.push_back(word);
+    }
+  }
+  return arguments;
+}
+
+float Number(const Arguments& arguments, const std::string& name, float fallback, float lo, float hi) {
+  if (!arguments.Has(name)) return fallback;
+  const std::string text = arguments.Get(name);
+  char* end = nullptr;
+  const float value = std::strtof(text.c_str(), &end);
+  if (text.empty() || *end != '\0' || !std::isfinite(value))
+    throw Refusal{"--" + name + ": not a number: " + text};
+  if (value < lo || value > hi) {
+    throw Refusal{"--" + name + ": " + text + " is outside " + std::to_string(lo) + " .. " +
+                  std::to_string(hi)};
+  }
+  return value;
+}
+
+float Required(const Arguments& arguments, const std::string& name, float lo, float hi) {
+  if (!arguments.Has(name)) throw Refusal{"--" + name + " is required"};
+  return Number(arguments, name, 0.0f, lo, hi);
+}
+
+Picture Read(const std::string& path) {
+  Picture picture;
+  std::string error;
+  if (!ReadPng(path, &picture, &error)) throw Refusal{error};
+  return picture;
+}
+
+std::string Size(const Picture& p) {
+  return std::to_string(p.width) + " x " + std::to_string(p.height);
+}
+
+// The command's inputs, all of one size.
+std::vector<Picture> ReadInputs(const Arguments& arguments, std::size_t count) {
+  if (arguments.positional.size() < count || (count != 0 && arguments.positional.size() > count)) {
+    throw Refusal{"expected " + std::to_string(count) + " input file" + (count == 1 ? "" : "s") + ", got " +
+                  std::to_string(arguments.positional.size())};
+  }
+  if (!arguments.Has("output")) throw Refusal{"-o OUTPUT is required"};
+  std::vector<Picture> inputs;
+  for (const std::string& path : arguments.positional) {
+    inputs.push_back(Read(path));
+    if (inputs.back().width != inputs.front().width || inputs.back().height != inputs.front().height) {
+      throw Refusal{path + " is " + Size(inputs.back()) + ", " + arguments.positional.front() + " is " +
+                    Size(inputs.front()) + ": the inputs must have one size"};
+    }
+  }
+  return inputs;
+}
+
+// The output keeps alpha when an input has it, and 16 bits when an input has them.
+int Channels(const std::vector<Picture>& inputs) {
+  for (const Picture& p : inputs) {
+    if (p.channels == 4) return 4;
+  }
+  return 3;
+}
+int Depth(const std::vector<Picture>& inputs) {
+  for (const Picture& p : inputs) {
+    if (p.depth == 16) return 16;
+  }
+  return 8;
+}
+
+// Runs `operation` (a result code) on the session's device with the uploaded inputs and a new output
+// frame, then writes the output. `straightResult` says the result holds straight colour (Unpremultiply).
+template <class Operation>
+int Run(const Arguments& arguments, const std::vector<Picture>& inputs, Operation operation,
+        bool straightResult = false) {
+  std::string error;
+  const int index = static_cast<int>(Number(arguments, "device", 0, 0, 1000));
+  const std::unique_ptr<Session> session = Session::Start(index, &error);
+  if (!session) throw Refusal{error};
+  std::vector<Frame> frames;
+  for (const Picture& picture : inputs) {
+    frames.push_back(Upload(*session, picture, &error));
+    if (!frames.back()) {
+      std::fprintf(stderr, "lumora: %s\n", error.c_str());
+      return 1;
+    }
+  }
+  const Frame output = NewFrame(*session, inputs.front().width, inputs.front().height, &error);
+  if (!output) {
+    std::fprintf(stderr, "lumora: %s\n", error.c_str());
+    return 1;
+  }
+  const int result = operation(session->Device(), frames, output);
+  if (result != LM::kResultSuccess) {
+    std::fprintf(stderr, "lumora: the operation failed on the device (0x%08X)\n",
+                 static_cast<unsigned>(result));
+    return 1;
+  }
+  Picture picture;
+  if (!Download(*session, output, Channels(inputs), Depth(inputs), straightResult, &picture, &error)) {
+    std::fprintf(stderr, "lumora: %s\n", error.c_str());
+    return 1;
+  }
+  if (!WritePng(arguments.Get("output"), picture, &error)) throw Refusal{error};
+  return 0;
+}
+
+using Frames = std::vector<Frame>;
+using DevicePtr = boost::shared_ptr<LM::Device>;
+const LM::PixelFormat k32f = LM::kPixelFormat_GPU_BGRA_4444_32f;
+
+int Composite(const Arguments& arguments) {
+  const std::vector<Picture> inputs = ReadInputs(arguments, 2);
+  if (!arguments.Has("mode")) throw Refusal{"--mode is required"};
+  const std::string name = arguments.Get("mode");
+  int mode = -1;
+  for (int i = 0; i < 27; ++i) {
+    if (name == kModeNames[i] || name == std::to_string(i)) mode = i;
+  }
+  if (mode < 0) throw Refusal{"--mode: unknown blend mode " + name + " (lumora composite --help lists them)"};
+  const float opacity = Number(arguments, "opacity", 1.0f, 0.0f, 1.0f);
+  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+    const int width = inputs[0].width, height = inputs[0].height;
+    return LM::Composite(device, DeviceMemory(in[0]), RowBytes(in[0]), DeviceMemory(in[1]), RowBytes(in[1]),
+                         DeviceMemory(out), RowBytes(out), k32f, width, height, opacity, SK_BlendMode(mode));
+  });
+}
+
+int Dissolve(const Arguments& arguments) {
+  const std::vector<Picture> inputs = ReadInputs(arguments, 2);
+  const float progress = Required(arguments, "progress", 0.0f, 1.0f);
+  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+    return LM::CrossDissolve(device, DeviceMemory(in[1]), RowBytes(in[1]), DeviceMemory(in[0]),
+                             RowBytes(in[0]), DeviceMemory(out), RowBytes(out), k32f, inputs[0].width,
+                             inputs[0].height, progress, false);
+  });
+}
+
+int Blur(const Arguments& arguments) {
+  const std::vector<Picture> inputs = ReadInputs(arguments, 1);
+  const float sigma = Required(arguments, "sigma", 0.0f, 1024.0f);
+  const float sigmaY = Number(arguments, "sigma-y", sigma, 0.0f, 1024.0f);
+  const std::string direction = arguments.Get("direction", "both"), edge = arguments.Get("edge", "zero");
+  if (direction != "h" && direction != "v" && direction != "both") {
+    throw Refusal{"--direction: " + direction + " is not h, v or both"};
+  }
+  if (edge != "zero" && edge != "extend") throw Refusal{"--edge: " + edge + " is not zero or extend"};
+  const SK_BlurDirection blurDirection = direction == "h"   ? kBlurDirection_Horizontal
+                                         : direction == "v" ? kBlurDirection_Vertical
+                                                            : kBlurDirection_Both;
+  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+    const int width = inputs[0].width, height = inputs[0].height;
+    return LM::GaussianBlur(device, DeviceMemory(in[0]), RowBytes(in[0]), width, height, DeviceMemory(out),
+                            RowBytes(out), width, height, k32f, sigma, sigmaY, edge == "extend",
+                            blurDirection);
+  });
+}
+
+int AlphaGain(const Arguments& arguments) {
+  const std::vector<Picture> inputs = ReadInputs(arguments, 1);
+  const float gain = Required(arguments, "gain", 0.0f, 1e6f);
+  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+    return LM::AlphaGain(device, DeviceMemory(in[0]), RowBytes(in[0]), DeviceMemory(out), RowBytes(out), k32f,
+                         inputs[0].width, inputs[0].height, gain);
+  });
+}
+
+int Unpremultiply(const Arguments& arguments) {
+  const std::vector<Picture> inputs = ReadInputs(arguments, 1);
+  return Run(
+      arguments, inputs,
+      [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+        return LM::Unpremultiply(device, DeviceMemory(in[0]), RowBytes(in[0]), DeviceMemory(out),
+                                 RowBytes(out), k32f, inputs[0].width, inputs[0].height,
+                                 LM::float4{0, 0, 0, 0});
+      },
+      true);
+}
+
+int Accumulate(const Arguments& arguments) {
+  const std::vector<Picture> inputs = ReadInputs(arguments, 0);
+  if (inputs.empty()) throw Refusal{"expected at least one input file"};
+  std::vector<float> weights;
+  const std::string text = arguments.Get("weights");
+  if (text.empty()) throw Refusal{"--weights is required"};
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::size_t comma = std::min(text.find(',', at), text.size());
+    const std::string item = text.substr(at, comma - at);
+    char* end = nullptr;
+    const float weight = std::strtof(item.c_str(), &end);
+    if (item.empty() || *end != '\0' || !std::isfinite(weight))
+      throw Refusal{"--weights: not a number: " + item};
+    weights.push_back(weight);
+    at = comma + 1;
+  }
+  if (weights.size() != inputs.size()) {
+    throw Refusal{"--weights: " + std::to_string(weights.size()) + " weights for " +
+                  std::to_string(inputs.size()) + " inputs"};
+  }
+  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+    std::vector<const void*> sources;
+    for (const Frame& frame : in) sources.push_back(DeviceMemory(frame));
+    return LM::Accumulate(device, sources.data(), weights.data(), static_cast<int>(sources.size()),
+                          DeviceMemory(out), RowBytes(out), 0, k32f, inputs[0].width, inputs[0].height);
+  });
+}
+
+}  // namespace
+
+const Command kCommands[] = {
+    {"composite", Composite, "LAYER BACKGROUND --mode NAME|NUMBER [--opacity F] -o OUT",
+     "Lays LAYER over BACKGROUND (PNG files of one size) with a blend mode and an opacity (0..1, default "
+     "1).\n"
+     "Modes, by name or number: 0 Color, 1 ColorBurn, 2 ColorDodge, 3 Darken, 4 DarkerColor, 5 Difference,\n"
+     "6 Dissolve, 7 Exclusion, 8 HardLight, 9 HardMix, 10 Hue, 11 Lighten, 12 LighterColor, 13 LinearBurn,\n"
+     "14 LinearDodgeAdd, 15 LinearLight, 16 Luminosity, 17 Multiply, 18 Normal, 19 Overlay, 20 PinLight,\n"
+     "21 Saturation, 22 Screen, 23 SoftLight, 24 VividLight, 25 Subtract, 26 Divide.\n",
+     "--mode --opacity --output --device\n"},
+    {"dissolve", Dissolve, "A B --progress F -o OUT",
+     "Cross-dissolves from A to B (PNG files of one size): progress 0 gives A, 1 gives B.\n",
+     "--progress --output --device\n"},
+    {"blur", Blur, "IN --sigma F [--sigma-y F] [--direction h|v|both] [--edge zero|extend] -o OUT",
+     "Blurs IN with the recursive Gaussian: --sigma horizontally, --sigma-y vertically (default: --sigma),\n"
+     "in the chosen directions (default both); --edge zero takes the image as transparent black beyond its\n"
+     "edges (the default), extend repeats the edge pixels.\n",
+     "--sigma --sigma-y --direction --edge --output --device\n"},
+    {"alpha-gain", AlphaGain, "IN --gain F -o OUT",
+     "Multiplies the alpha of IN, and with it its premultiplied colour, by the gain (0 clears).\n",
+     "--gain --output --device\n"},
+    {"unpremultiply", Unpremultiply, "IN -o OUT",
+     "Divides the premultiplied colour of IN by its alpha and writes the colour as it results (alpha-0 "
+     "pixels\n"
+     "black): what a premultiplied pipeline holds, shown as straight colour.\n",
+     "--output --device\n"},
+    {"accumulate", Accumulate, "IN... --weights W,... -o OUT",
+     "Writes the weighted sum of the inputs (PNG files of one size), one weight for each, in order.\n",
+     "--weights --output --device\n"},
+};
+const std::size_t kCommandCount = sizeof kCommands / sizeof kCommands[0];
+
+const Command* FindCommand(const std::string& name) {
+  for (const Command& command : kCommands) {
+    if (name == command.name) return &command;
+  }
+  return nullptr;
+}
+
+void PrintCommandHelp(const Command& command, std::FILE* out) {
+  std::fprintf(
+      out,
+      "Usage: lumora %s %s\n\n%s\nCommon options:\n"
+      "  -o, --output FILE    The output PNG (- for standard output).\n"
+      "  --device N           The Nth qualified device of lumora devices (default 0).\n"
+      "  -h, --help           Show this help.\n\n"
+      "Inputs are PNG files (- for standard input), 8 or 16 bits, RGB or RGBA; the output keeps alpha\n"
+      "and 16 bits when an input has them. Exit status: 0 done, 2 for an argument, file or image that\n"
+      "cannot be used, 1 when the device fails.\n",
+      command.name, command.synopsis, command.description);
+}
+
+int RunCommand(const Command& command, int argc, char** argv) {
+  for (int i = 0; i < argc; ++i) {
+    if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
+      PrintCommandHelp(command, stdout);
+      return 0;
+    }
+  }
+  try {
+    return command.run(Parse(command, argc, argv));
+  } catch (const Refusal& refusal) {
+    std::fprintf(stderr, "lumora %s: %s\n", command.name, refusal.message.c_str());
+    return 2;
+  }
+}
+
+}  // namespace lumora
