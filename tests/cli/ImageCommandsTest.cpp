@@ -158,6 +158,54 @@ TEST_F(ImageCommands, StandardInputAndOutput) {
   EXPECT_EQ(Largest(Load("piped.png"), image), 0);
 }
 
+// A Y4M header and `frames` frames of `layout` ("420jpeg", "444", ...): sample (x, y) of plane p in frame f
+// is derived from x, y, p and f, smooth enough that chroma resampling keeps it.
+std::string Y4m(const std::string& layout, int width, int height, int frames) {
+  const bool sub = layout.rfind("420", 0) == 0, half = sub || layout == "422";
+  std::string text =
+      "YUV4MPEG2 W" + std::to_string(width) + " H" + std::to_string(height) + " F25:1 Ip C" + layout + "\n";
+  for (int f = 0; f < frames; ++f) {
+    text += "FRAME\n";
+    for (int p = 0; p < 3; ++p) {
+      const int w = p && half ? (width + 1) / 2 : width, h = p && sub ? (height + 1) / 2 : height;
+      for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) text.push_back(char(p ? 120 + x + f : 40 + 3 * x + 2 * y + f));
+      }
+    }
+  }
+  return text;
+}
+
+// Y4M streams go through frame by frame, also between two programs through a pipe: 4:4:4 comes back as it
+// was, 4:2:0 keeps its luma exactly and its smooth chroma within a code. A damaged stream names the frame.
+TEST_F(ImageCommands, Y4mStreamsFlowFrameByFrame) {
+  std::ofstream(Path("in444.y4m"), std::ios::binary) << Y4m("444", 20, 12, 3);
+  std::ofstream(Path("in420.y4m"), std::ios::binary) << Y4m("420jpeg", 20, 12, 3);
+  Outcome outcome = Lumora("blur in444.y4m --sigma 0 -o out444.y4m");
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(Read(Path("out444.y4m")), Read(Path("in444.y4m")));
+
+  outcome = Lumora("blur - --sigma 0 -o - | '" LUMORA_PROGRAM "' blur - --sigma 0 -o out420.y4m",
+                   Path("in420.y4m"));
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  const std::string in = Read(Path("in420.y4m")), out = Read(Path("out420.y4m"));
+  ASSERT_EQ(out.size(), in.size());
+  const std::size_t header = in.find('\n') + 1, frame = 6 + 20 * 12 + 2 * 10 * 6;
+  for (std::size_t i = header; i < in.size(); ++i) {
+    const bool luma = (i - header) % frame >= 6 && (i - header) % frame < 6 + 20 * 12;
+    ASSERT_LE(std::abs(int(std::uint8_t(in[i])) - int(std::uint8_t(out[i]))), luma ? 0 : 1) << "byte " << i;
+  }
+
+  std::ofstream(Path("cut.y4m"), std::ios::binary) << in.substr(0, header + frame + frame / 2);
+  outcome = Lumora("blur cut.y4m --sigma 1 -o cut-out.y4m");
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_NE(outcome.err.find("cut.y4m: frame 2: truncated"), std::string::npos) << outcome.err;
+  std::ofstream(Path("odd.y4m"), std::ios::binary) << "YUV4MPEG2 W8 H8 C411\nFRAME\n";
+  outcome = Lumora("blur odd.y4m --sigma 1 -o odd-out.y4m");
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_NE(outcome.err.find("C411"), std::string::npos) << outcome.err;
+}
+
 // Every command explains itself on standard output.
 TEST_F(ImageCommands, EveryCommandHasItsHelp) {
   for (const char* command : {"composite", "dissolve", "blur", "alpha-gain", "unpremultiply", "accumulate"}) {

@@ -3,6 +3,9 @@
 // command cannot use (one line on standard error says what), 1 when the device fails.
 #include "Commands.h"
 
+#include <unistd.h>
+
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +14,7 @@
 #include <vector>
 
 #include "Frames.h"
+#include "Media.h"
 
 namespace lumora {
 
@@ -67,92 +71,115 @@ float Required(const Arguments& arguments, const std::string& name, float lo, fl
   return Number(arguments, name, 0.0f, lo, hi);
 }
 
-Picture Read(const std::string& path) {
-  Picture picture;
-  std::string error;
-  if (!ReadPng(path, &picture, &error)) throw Refusal{error};
-  return picture;
-}
-
-std::string Size(const Picture& p) {
-  return std::to_string(p.width) + " x " + std::to_string(p.height);
-}
-
-// The command's inputs, all of one size.
-std::vector<Picture> ReadInputs(const Arguments& arguments, std::size_t count) {
-  if (arguments.positional.size() < count || (count != 0 && arguments.positional.size() > count)) {
-    throw Refusal{"expected " + std::to_string(count) + " input file" + (count == 1 ? "" : "s") + ", got " +
-                  std::to_string(arguments.positional.size())};
+// The command's input files, all of one size: exactly `count` of them, or at least one for count 0.
+std::vector<std::unique_ptr<Reader>> OpenInputs(const Arguments& arguments, std::size_t count) {
+  const std::size_t given = arguments.positional.size();
+  if ((count != 0 && given != count) || given == 0) {
+    throw Refusal{"expected " +
+                  (count == 0 ? std::string("input files") : std::to_string(count) + " input file") +
+                  (count > 1 ? "s" : "") + ", got " + std::to_string(given)};
   }
   if (!arguments.Has("output")) throw Refusal{"-o OUTPUT is required"};
-  std::vector<Picture> inputs;
+  std::vector<std::unique_ptr<Reader>> readers;
+  int streamsFromStandardInput = 0;
   for (const std::string& path : arguments.positional) {
-    inputs.push_back(Read(path));
-    if (inputs.back().width != inputs.front().width || inputs.back().height != inputs.front().height) {
-      throw Refusal{path + " is " + Size(inputs.back()) + ", " + arguments.positional.front() + " is " +
-                    Size(inputs.front()) + ": the inputs must have one size"};
+    streamsFromStandardInput += path == "-";
+    if (streamsFromStandardInput > 1) throw Refusal{"only one input can be standard input"};
+    std::string error;
+    readers.push_back(Reader::Open(path, &error));
+    if (!readers.back()) throw Refusal{error};
+    const Reader& first = *readers.front();
+    if (readers.back()->Width() != first.Width() || readers.back()->Height() != first.Height()) {
+      throw Refusal{path + " is " + std::to_string(readers.back()->Width()) + " x " +
+                    std::to_string(readers.back()->Height()) + ", " + arguments.positional.front() + " is " +
+                    std::to_string(first.Width()) + " x " + std::to_string(first.Height()) +
+                    ": the inputs must have one size"};
     }
   }
-  return inputs;
+  return readers;
 }
 
-// The output keeps alpha when an input has it, and 16 bits when an input has them.
-int Channels(const std::vector<Picture>& inputs) {
-  for (const Picture& p : inputs) {
-    if (p.channels == 4) return 4;
-  }
-  return 3;
-}
-int Depth(const std::vector<Picture>& inputs) {
-  for (const Picture& p : inputs) {
-    if (p.depth == 16) return 16;
-  }
-  return 8;
-}
-
-// Runs `operation` (a result code) on the session's device with the uploaded inputs and a new output
-// frame, then writes the output. `straightResult` says the result holds straight colour (Unpremultiply).
+// Runs `operation` (a result code) on the chosen device for every frame: the inputs uploaded (a still image
+// once, a stream frame by frame) and a new output frame, which is converted back and written in the kind and
+// layout of the first stream among the inputs, or of the first input. The output keeps alpha and 16 bits when
+// an input has them (PNG). `straightResult` says the result holds straight colour (Unpremultiply). Frames
+// are processed one at a time, so a stream of any length takes constant memory.
 template <class Operation>
-int Run(const Arguments& arguments, const std::vector<Picture>& inputs, Operation operation,
-        bool straightResult = false) {
-  std::string error;
+int Run(const Arguments& arguments, std::size_t count, Operation operation, bool straightResult = false) {
+  std::vector<std::unique_ptr<Reader>> inputs = OpenInputs(arguments, count);
   const int index = static_cast<int>(Number(arguments, "device", 0, 0, 1000));
+  const Reader* model = inputs.front().get();
+  bool alpha = false, deep = false, stream = false;
+  for (const auto& input : inputs) {
+    alpha = alpha || input->HasAlpha();
+    deep = deep || input->IsDeep();
+    if (input->IsStream() && !stream) model = input.get();
+    stream = stream || input->IsStream();
+  }
+  std::string error;
   const std::unique_ptr<Session> session = Session::Start(index, &error);
   if (!session) throw Refusal{error};
-  std::vector<Frame> frames;
-  for (const Picture& picture : inputs) {
-    frames.push_back(Upload(*session, picture, &error));
-    if (!frames.back()) {
-      std::fprintf(stderr, "lumora: %s\n", error.c_str());
-      return 1;
-    }
-  }
-  const Frame output = NewFrame(*session, inputs.front().width, inputs.front().height, &error);
+  const std::unique_ptr<Writer> writer = model->MakeWriter(arguments.Get("output"), alpha, deep, &error);
+  if (!writer) throw Refusal{error};
+  const int width = model->Width(), height = model->Height();
+  const Frame output = NewFrame(*session, width, height, &error);
   if (!output) {
     std::fprintf(stderr, "lumora: %s\n", error.c_str());
     return 1;
   }
-  const int result = operation(session->Device(), frames, output);
-  if (result != LM::kResultSuccess) {
-    std::fprintf(stderr, "lumora: the operation failed on the device (0x%08X)\n",
-                 static_cast<unsigned>(result));
-    return 1;
+  const bool progress = stream && isatty(2);
+  const auto started = std::chrono::steady_clock::now();
+  std::vector<Frame> frames(inputs.size());
+  for (int frame = 0;; ++frame) {
+    bool ended = false;
+    for (std::size_t i = 0; i < inputs.size() && !ended; ++i) {
+      if (frame > 0 && !inputs[i]->IsStream()) continue;  // a still image stays uploaded
+      HostImage image;
+      if (!inputs[i]->Next(&image, &error)) {
+        if (!error.empty()) throw Refusal{error};
+        ended = true;
+        break;
+      }
+      frames[i] = Upload(*session, image, &error);
+      if (!frames[i]) {
+        std::fprintf(stderr, "lumora: %s\n", error.c_str());
+        return 1;
+      }
+    }
+    if (ended || (frame > 0 && !stream)) break;
+    const int result = operation(session->Device(), frames, output);
+    if (result != LM::kResultSuccess) {
+      std::fprintf(stderr, "lumora: the operation failed on the device (0x%08X)\n",
+                   static_cast<unsigned>(result));
+      return 1;
+    }
+    HostImage image;
+    if (!Download(*session, output, writer->Format(straightResult), &image, &error)) {
+      std::fprintf(stderr, "lumora: %s\n", error.c_str());
+      return 1;
+    }
+    if (!writer->Write(image, &error)) throw Refusal{error};
+    if (progress) {
+      const double seconds =
+          std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+      std::fprintf(stderr, "\rframe %d, %.1f frames/s, %.1f s", frame + 1, (frame + 1) / seconds, seconds);
+    }
   }
-  Picture picture;
-  if (!Download(*session, output, Channels(inputs), Depth(inputs), straightResult, &picture, &error)) {
-    std::fprintf(stderr, "lumora: %s\n", error.c_str());
-    return 1;
-  }
-  if (!WritePng(arguments.Get("output"), picture, &error)) throw Refusal{error};
+  if (progress) std::fputc('\n', stderr);
   return 0;
 }
 
 using Frames = std::vector<Frame>;
+int Width(const Frame& frame) {
+  return frame->GetBounds().Width();
+}
+int Height(const Frame& frame) {
+  return frame->GetBounds().Height();
+}
 using DevicePtr = boost::shared_ptr<LM::Device>;
 const LM::PixelFormat k32f = LM::kPixelFormat_GPU_BGRA_4444_32f;
 
 int Composite(const Arguments& arguments) {
-  const std::vector<Picture> inputs = ReadInputs(arguments, 2);
   if (!arguments.Has("mode")) throw Refusal{"--mode is required"};
   const std::string name = arguments.Get("mode");
   int mode = -1;
@@ -161,25 +188,23 @@ int Composite(const Arguments& arguments) {
   }
   if (mode < 0) throw Refusal{"--mode: unknown blend mode " + name + " (lumora composite --help lists them)"};
   const float opacity = Number(arguments, "opacity", 1.0f, 0.0f, 1.0f);
-  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
-    const int width = inputs[0].width, height = inputs[0].height;
+  return Run(arguments, 2, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+    const int width = Width(out), height = Height(out);
     return LM::Composite(device, DeviceMemory(in[0]), RowBytes(in[0]), DeviceMemory(in[1]), RowBytes(in[1]),
                          DeviceMemory(out), RowBytes(out), k32f, width, height, opacity, SK_BlendMode(mode));
   });
 }
 
 int Dissolve(const Arguments& arguments) {
-  const std::vector<Picture> inputs = ReadInputs(arguments, 2);
   const float progress = Required(arguments, "progress", 0.0f, 1.0f);
-  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+  return Run(arguments, 2, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
     return LM::CrossDissolve(device, DeviceMemory(in[1]), RowBytes(in[1]), DeviceMemory(in[0]),
-                             RowBytes(in[0]), DeviceMemory(out), RowBytes(out), k32f, inputs[0].width,
-                             inputs[0].height, progress, false);
+                             RowBytes(in[0]), DeviceMemory(out), RowBytes(out), k32f, Width(out), Height(out),
+                             progress, false);
   });
 }
 
 int Blur(const Arguments& arguments) {
-  const std::vector<Picture> inputs = ReadInputs(arguments, 1);
   const float sigma = Required(arguments, "sigma", 0.0f, 1024.0f);
   const float sigmaY = Number(arguments, "sigma-y", sigma, 0.0f, 1024.0f);
   const std::string direction = arguments.Get("direction", "both"), edge = arguments.Get("edge", "zero");
@@ -190,8 +215,8 @@ int Blur(const Arguments& arguments) {
   const SK_BlurDirection blurDirection = direction == "h"   ? kBlurDirection_Horizontal
                                          : direction == "v" ? kBlurDirection_Vertical
                                                             : kBlurDirection_Both;
-  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
-    const int width = inputs[0].width, height = inputs[0].height;
+  return Run(arguments, 1, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+    const int width = Width(out), height = Height(out);
     return LM::GaussianBlur(device, DeviceMemory(in[0]), RowBytes(in[0]), width, height, DeviceMemory(out),
                             RowBytes(out), width, height, k32f, sigma, sigmaY, edge == "extend",
                             blurDirection);
@@ -199,29 +224,24 @@ int Blur(const Arguments& arguments) {
 }
 
 int AlphaGain(const Arguments& arguments) {
-  const std::vector<Picture> inputs = ReadInputs(arguments, 1);
   const float gain = Required(arguments, "gain", 0.0f, 1e6f);
-  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+  return Run(arguments, 1, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
     return LM::AlphaGain(device, DeviceMemory(in[0]), RowBytes(in[0]), DeviceMemory(out), RowBytes(out), k32f,
-                         inputs[0].width, inputs[0].height, gain);
+                         Width(out), Height(out), gain);
   });
 }
 
 int Unpremultiply(const Arguments& arguments) {
-  const std::vector<Picture> inputs = ReadInputs(arguments, 1);
   return Run(
-      arguments, inputs,
+      arguments, 1,
       [&](const DevicePtr& device, const Frames& in, const Frame& out) {
         return LM::Unpremultiply(device, DeviceMemory(in[0]), RowBytes(in[0]), DeviceMemory(out),
-                                 RowBytes(out), k32f, inputs[0].width, inputs[0].height,
-                                 LM::float4{0, 0, 0, 0});
+                                 RowBytes(out), k32f, Width(out), Height(out), LM::float4{0, 0, 0, 0});
       },
       true);
 }
 
 int Accumulate(const Arguments& arguments) {
-  const std::vector<Picture> inputs = ReadInputs(arguments, 0);
-  if (inputs.empty()) throw Refusal{"expected at least one input file"};
   std::vector<float> weights;
   const std::string text = arguments.Get("weights");
   if (text.empty()) throw Refusal{"--weights is required"};
@@ -235,15 +255,15 @@ int Accumulate(const Arguments& arguments) {
     weights.push_back(weight);
     at = comma + 1;
   }
-  if (weights.size() != inputs.size()) {
+  if (weights.size() != arguments.positional.size()) {
     throw Refusal{"--weights: " + std::to_string(weights.size()) + " weights for " +
-                  std::to_string(inputs.size()) + " inputs"};
+                  std::to_string(arguments.positional.size()) + " inputs"};
   }
-  return Run(arguments, inputs, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+  return Run(arguments, 0, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
     std::vector<const void*> sources;
     for (const Frame& frame : in) sources.push_back(DeviceMemory(frame));
     return LM::Accumulate(device, sources.data(), weights.data(), static_cast<int>(sources.size()),
-                          DeviceMemory(out), RowBytes(out), 0, k32f, inputs[0].width, inputs[0].height);
+                          DeviceMemory(out), RowBytes(out), 0, k32f, Width(out), Height(out));
   });
 }
 
@@ -291,7 +311,7 @@ void PrintCommandHelp(const Command& command, std::FILE* out) {
   std::fprintf(
       out,
       "Usage: lumora %s %s\n\n%s\nCommon options:\n"
-      "  -o, --output FILE    The output PNG (- for standard output).\n"
+      "  -o, --output FILE    The output PNG or Y4M stream (- for standard output).\n"
       "  --device N           The Nth qualified device of lumora devices (default 0).\n"
       "  -h, --help           Show this help.\n\n"
       "Inputs are PNG files (- for standard input), 8 or 16 bits, RGB or RGBA; the output keeps alpha\n"

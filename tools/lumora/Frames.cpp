@@ -1,6 +1,4 @@
-// Pictures through the library's frames. PNG samples are straight RGB(A); the host formats that carry them
-// are BGRA (or BGRX without alpha) 8u, and 15u for 16-bit samples (0..65535 scaled to 0..32768), which the
-// device premultiplies on the way in and unpremultiplies on the way out.
+// Host images through the library's frames.
 #include "Frames.h"
 
 #include <fcntl.h>
@@ -15,14 +13,6 @@ namespace lumora {
 namespace zmt = zelmediatypes;
 
 namespace {
-
-// Straight alpha (premultiplied on the way in, unpremultiplied on the way out), or with `asItIs` a
-// premultiplied format, whose colour passes unchanged.
-LM::PixelFormat HostFormat(int channels, int depth, bool asItIs = false) {
-  if (channels != 4) return depth == 16 ? zmt::kPixelFormat_BGRX_4444_15u : zmt::kPixelFormat_BGRX_4444_8u;
-  if (depth == 16) return asItIs ? zmt::kPixelFormat_BGRP_4444_15u : zmt::kPixelFormat_BGRA_4444_15u;
-  return asItIs ? zmt::kPixelFormat_BGRP_4444_8u : zmt::kPixelFormat_BGRA_4444_8u;
-}
 
 std::uint8_t* HostMemory(const Frame& frame) {
   const auto access = OXR::Query<FK::IVideoFrameMemoryAccess>(frame);
@@ -113,55 +103,39 @@ int RowBytes(const Frame& frame) {
   return static_cast<int>(zmt::PixelFormatSize(frame->GetPixelFormat(), frame->GetBounds().Width(), 1));
 }
 
-Frame Upload(const Session& session, const Picture& picture, std::string* error) {
-  const LM::PixelFormat format = HostFormat(picture.channels, picture.depth);
+Frame Upload(const Session& session, const HostImage& image, std::string* error) {
   Frame host;
   const int created =
-      LM::CreateHostMemoryVideoFrame(host, session.Device(), format, unsigned(picture.width),
-                                     unsigned(picture.height), {1, 1}, zmt::kFieldType_Progressive, {});
+      LM::CreateHostMemoryVideoFrame(host, session.Device(), image.format, unsigned(image.width),
+                                     unsigned(image.height), {1, 1}, image.fieldType, {});
   std::uint8_t* memory = created == LM::kResultSuccess ? HostMemory(host) : nullptr;
-  if (memory == nullptr) {
-    *error = "cannot make a host frame of " + std::to_string(picture.width) + " x " +
-             std::to_string(picture.height) + " pixels";
+  const auto access = OXR::Query<FK::IVideoFrameMemoryAccess>(host);
+  if (memory == nullptr || access->GetDataSize() != image.bytes.size()) {
+    *error = "cannot make a host frame of " + std::to_string(image.width) + " x " +
+             std::to_string(image.height) + " pixels";
     return Frame();
   }
-  // R, G, B(, A) into B, G, R, A (or X, written opaque).
-  const std::size_t pixels = std::size_t(picture.width) * picture.height;
-  for (std::size_t i = 0; i < pixels; ++i) {
-    const int c = picture.channels;
-    if (picture.depth == 16) {
-      std::uint16_t in[4] = {0, 0, 0, 65535}, out[4];
-      std::memcpy(in, picture.bytes.data() + i * c * 2, std::size_t(c) * 2);
-      const int order[4] = {2, 1, 0, 3};
-      for (int k = 0; k < 4; ++k)
-        out[k] = std::uint16_t((std::uint32_t(in[order[k]]) * 32768u + 32767u) / 65535u);
-      std::memcpy(memory + i * 8, out, 8);
-    } else {
-      const std::uint8_t* in = picture.bytes.data() + i * c;
-      std::uint8_t* out = memory + i * 4;
-      out[0] = in[2];
-      out[1] = in[1];
-      out[2] = in[0];
-      out[3] = c == 4 ? in[3] : 255;
-    }
-  }
+  std::memcpy(memory, image.bytes.data(), image.bytes.size());
   const Frame gpu = LM::UploadFrameImmediate(session.Device(), host, LM::kPixelFormat_GPU_BGRA_4444_32f,
                                              zmt::kRenderQuality_High, OXR::ParamRect<CRect>());
   if (!gpu) *error = "cannot upload the image to the device";
   return gpu;
 }
 
-bool Download(const Session& session, const Frame& frame, int channels, int depth, bool colourAsItIs,
-              Picture* picture, std::string* error) {
-  const LM::PixelFormat format = HostFormat(channels, depth, colourAsItIs);
+bool Download(const Session& session, const Frame& frame, LM::PixelFormat format, HostImage* image,
+              std::string* error) {
   const int width = frame->GetBounds().Width(), height = frame->GetBounds().Height();
-  Frame converted;
-  int result = LM::CreateGPUVideoFrame(converted, session.Device(), format, unsigned(width), unsigned(height),
-                                       {1, 1}, zmt::kFieldType_Progressive, {});
-  if (result == LM::kResultSuccess) result = LM::ConvertFrame(converted, frame);
+  // The converter writes every host format but the planar 4:2:0 ones, which the read-back makes on the CPU.
+  Frame source = frame;
+  int result = LM::kResultSuccess;
+  if (!zmt::IsPlanar420Format(format)) {
+    result = LM::CreateGPUVideoFrame(source, session.Device(), format, unsigned(width), unsigned(height),
+                                     {1, 1}, zmt::kFieldType_Progressive, {});
+    if (result == LM::kResultSuccess) result = LM::ConvertFrame(source, frame);
+  }
   const Frame back = result == LM::kResultSuccess
-                         ? LM::ReadBackFrame(converted, format, OXR::ParamRect<CRect>(), {1, 1},
-                                             zmt::kFieldType_Progressive, zmt::kRenderQuality_High, true)
+                         ? LM::ReadBackFrame(source, format, OXR::ParamRect<CRect>(), {1, 1},
+                                             image->fieldType, zmt::kRenderQuality_High, true)
                          : Frame();
   const std::uint8_t* memory = back ? HostMemory(back) : nullptr;
   if (memory == nullptr) {
@@ -169,31 +143,10 @@ bool Download(const Session& session, const Frame& frame, int channels, int dept
         "cannot read the result back from the device" + (result != 0 ? " (" + ResultText(result) + ")" : "");
     return false;
   }
-  Picture out;
-  out.width = width;
-  out.height = height;
-  out.channels = channels;
-  out.depth = depth;
-  out.bytes.resize(out.RowBytes() * height);
-  const std::size_t pixels = std::size_t(width) * height;
-  for (std::size_t i = 0; i < pixels; ++i) {
-    if (depth == 16) {
-      std::uint16_t in[4], rgba[4];
-      std::memcpy(in, memory + i * 8, 8);
-      const int order[4] = {2, 1, 0, 3};
-      for (int k = 0; k < 4; ++k)
-        rgba[k] = std::uint16_t((std::uint32_t(in[order[k]]) * 65535u + 16384u) / 32768u);
-      std::memcpy(out.bytes.data() + i * channels * 2, rgba, std::size_t(channels) * 2);
-    } else {
-      const std::uint8_t* in = memory + i * 4;
-      std::uint8_t* o = out.bytes.data() + i * channels;
-      o[0] = in[2];
-      o[1] = in[1];
-      o[2] = in[0];
-      if (channels == 4) o[3] = in[3];
-    }
-  }
-  *picture = std::move(out);
+  image->format = format;
+  image->width = width;
+  image->height = height;
+  image->bytes.assign(memory, memory + OXR::Query<FK::IVideoFrameMemoryAccess>(back)->GetDataSize());
   return true;
 }
 

@@ -1,18 +1,28 @@
-// The lumora program's images on a device, along the library's own path: a picture becomes a host frame,
-// uploaded and converted on the device into a GPU frame of kPixelFormat_GPU_BGRA_4444_32f; results are
-// converted on the device back into the picture's host format and read back.
+// The lumora program's images on a device, along the library's own path: an image in a host format becomes a
+// host frame, uploaded and converted on the device into a GPU frame of kPixelFormat_GPU_BGRA_4444_32f;
+// results are converted back into a host format (on the device where the converter writes that format, else
+// by the read-back on the CPU) and read back.
 #pragma once
 
 #include <Lumora/Lumora.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
-
-#include "Png.h"
+#include <vector>
 
 namespace lumora {
 
 using Frame = OXR::InterfaceRef<TQ::IVideoFrame>;
+
+// An image in a host pixel format, its bytes laid out as the library lays out a host frame of that format.
+struct HostImage {
+  LM::PixelFormat format = {};
+  int width = 0;
+  int height = 0;
+  zelmediatypes::FieldType fieldType = zelmediatypes::kFieldType_Progressive;
+  std::vector<std::uint8_t> bytes;
+};
 
 // The library started, one qualified device chosen and held exclusively; the library stops with it.
 class Session {
@@ -31,16 +41,15 @@ class Session {
   std::unique_ptr<LM::ExclusiveAccess> access_;
 };
 
-// The picture as a GPU frame of premultiplied 32f pixels; empty with one line in *error.
-Frame Upload(const Session& session, const Picture& picture, std::string* error);
+// The image as a GPU frame of premultiplied 32f pixels; empty with one line in *error.
+Frame Upload(const Session& session, const HostImage& image, std::string* error);
 // A new GPU frame of premultiplied 32f pixels; empty with one line in *error.
 Frame NewFrame(const Session& session, int width, int height, std::string* error);
 // The device memory of a GPU frame, and its row pitch in bytes.
 void* DeviceMemory(const Frame& frame);
 int RowBytes(const Frame& frame);
-// The GPU frame as a picture of `channels` (3 or 4) and `depth` (8 or 16), unpremultiplied on the way out
-// unless `colourAsItIs` (for a frame that already holds straight colour); false with one line in *error.
-bool Download(const Session& session, const Frame& frame, int channels, int depth, bool colourAsItIs,
-              Picture* picture, std::string* error);
+// The GPU frame in host format `format`; false with one line in *error.
+bool Download(const Session& session, const Frame& frame, LM::PixelFormat format, HostImage* image,
+              std::string* error);
 
 }  // namespace lumora

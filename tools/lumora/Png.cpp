@@ -47,6 +47,10 @@ bool ReadPng(const std::string& path, Picture* picture, std::string* error) {
     *error = path + ": not a PNG file";
     return false;
   }
+  return ReadPngAfterSignature(in.file, path, picture, error);
+}
+
+bool ReadPngAfterSignature(std::FILE* file, const std::string& path, Picture* picture, std::string* error) {
   ErrorState state;
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &state, OnError, OnWarning);
   png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
@@ -62,7 +66,7 @@ bool ReadPng(const std::string& path, Picture* picture, std::string* error) {
     *error = path + ": damaged or truncated PNG (" + state.message + ")";
     return false;
   }
-  png_init_io(png, in.file);
+  png_init_io(png, file);
   png_set_sig_bytes(png, 8);
   png_read_info(png, info);
   const int type = png_get_color_type(png, info);

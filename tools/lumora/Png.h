@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,8 @@ struct Picture {
 
 // Reads `path` ("-" for standard input). On failure returns false with one line in *error.
 bool ReadPng(const std::string& path, Picture* picture, std::string* error);
+// Reads a PNG whose 8-byte signature has been read from `file` already; `name` names it in *error.
+bool ReadPngAfterSignature(std::FILE* file, const std::string& name, Picture* picture, std::string* error);
 // Writes `picture` to `path` ("-" for standard output). On failure returns false with one line in *error.
 bool WritePng(const std::string& path, const Picture& picture, std::string* error);
 
