@@ -33,9 +33,10 @@ bool ViewOf(const Frame& frame, GPUView* view) {
   const OXR::ParamRect<CRect> bounds = frame->GetBounds();
   // A planar 4:2:0 frame is one block of its Y, U and V planes without padding; the converter takes the luma
   // pitch and finds the chroma planes after the luma rows.
-  const std::size_t rowBytes = zelmediatypes::IsPlanar420Format(frame->GetPixelFormat())
-                                   ? static_cast<std::size_t>(bounds.Width())
-                                   : zelmediatypes::PixelFormatSize(frame->GetPixelFormat(), bounds.Width(), 1);
+  const std::size_t rowBytes =
+      zelmediatypes::IsPlanar420Format(frame->GetPixelFormat())
+          ? static_cast<std::size_t>(bounds.Width())
+          : zelmediatypes::PixelFormatSize(frame->GetPixelFormat(), bounds.Width(), 1);
   view->memory = memory->GetBaseAddress();
   view->rowBytes = rowBytes <= static_cast<std::size_t>(INT_MAX) ? static_cast<int>(rowBytes) : 0;
   view->device = view->events->GetDevice();
