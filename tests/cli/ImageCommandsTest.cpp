@@ -206,9 +206,33 @@ TEST_F(ImageCommands, Y4mStreamsFlowFrameByFrame) {
   EXPECT_NE(outcome.err.find("C411"), std::string::npos) << outcome.err;
 }
 
+// convert writes raw frames of a table format, and raw frames read back with --format and --size: a PNG
+// through UYVY and back to BGRA keeps its luma-only (grey) image within a code.
+TEST_F(ImageCommands, RawFramesConvertBothWays) {
+  const Picture grey = Make(16, 6, [](int x, int) {
+    return std::array<int, 4>{x * 12, x * 12, x * 12, 255};
+  });
+  Write("grey.png", grey);
+  Outcome outcome = Lumora("convert grey.png --to UYVY_422_8u -o grey.uyvy");
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(Read(Path("grey.uyvy")).size(), 16u * 6 * 2);
+  outcome =
+      Lumora("convert grey.uyvy --format UYVY_422_8u --size 16x6 --to kPixelFormat_BGRA_4444_8u -o grey.raw");
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  const std::string raw = Read(Path("grey.raw"));
+  ASSERT_EQ(raw.size(), 16u * 6 * 4);
+  for (std::size_t i = 0; i < raw.size(); ++i) {
+    const int want = i % 4 == 3 ? 255 : int((i / 4) % 16) * 12;
+    ASSERT_LE(std::abs(int(std::uint8_t(raw[i])) - want), 1) << "byte " << i;
+  }
+  EXPECT_EQ(Lumora("convert grey.png --to Sepia -o x.raw").status, 2);
+  EXPECT_EQ(Lumora("blur grey.uyvy --format UYVY_422_8u --sigma 1 -o x.raw").status, 2);
+}
+
 // Every command explains itself on standard output.
 TEST_F(ImageCommands, EveryCommandHasItsHelp) {
-  for (const char* command : {"composite", "dissolve", "blur", "alpha-gain", "unpremultiply", "accumulate"}) {
+  for (const char* command :
+       {"composite", "dissolve", "blur", "convert", "alpha-gain", "unpremultiply", "accumulate"}) {
     const Outcome outcome = Lumora(std::string(command) + " --help");
     EXPECT_EQ(outcome.status, 0) << command;
     EXPECT_EQ(outcome.out.rfind(std::string("Usage: lumora ") + command, 0), 0u) << command;

@@ -4,6 +4,7 @@
 #include "Commands.h"
 
 #include <unistd.h>
+#include <zelmediatypes/PixelFormatTable.h>
 
 #include <chrono>
 #include <cmath>
@@ -71,7 +72,17 @@ float Required(const Arguments& arguments, const std::string& name, float lo, fl
   return Number(arguments, name, 0.0f, lo, hi);
 }
 
-// The command's input files, all of one size: exactly `count` of them, or at least one for count 0.
+// A table format by its name, with or without "kPixelFormat_".
+LM::PixelFormat FormatNamed(const std::string& option, const std::string& name) {
+  LM::PixelFormat format{};
+  if (!zelmediatypes::LookupPixelFormat(name.c_str(), format)) {
+    throw Refusal{"--" + option + ": unknown pixel format " + name + " (docs/pixel-formats.md lists them)"};
+  }
+  return format;
+}
+
+// The command's input files, all of one size: exactly `count` of them, or at least one for count 0. With
+// --format and --size they are raw frames of that format and size.
 std::vector<std::unique_ptr<Reader>> OpenInputs(const Arguments& arguments, std::size_t count) {
   const std::size_t given = arguments.positional.size();
   if ((count != 0 && given != count) || given == 0) {
@@ -86,7 +97,20 @@ std::vector<std::unique_ptr<Reader>> OpenInputs(const Arguments& arguments, std:
     streamsFromStandardInput += path == "-";
     if (streamsFromStandardInput > 1) throw Refusal{"only one input can be standard input"};
     std::string error;
-    readers.push_back(Reader::Open(path, &error));
+    if (arguments.Has("format") != arguments.Has("size"))
+      throw Refusal{"raw input needs both --format and --size"};
+    if (arguments.Has("format")) {
+      int width = 0, height = 0;
+      char tail = 0;
+      if (std::sscanf(arguments.Get("size").c_str(), "%dx%d%c", &width, &height, &tail) != 2 || width <= 0 ||
+          height <= 0) {
+        throw Refusal{"--size: " + arguments.Get("size") + " is not WIDTHxHEIGHT"};
+      }
+      readers.push_back(
+          Reader::OpenRaw(path, FormatNamed("format", arguments.Get("format")), width, height, &error));
+    } else {
+      readers.push_back(Reader::Open(path, &error));
+    }
     if (!readers.back()) throw Refusal{error};
     const Reader& first = *readers.front();
     if (readers.back()->Width() != first.Width() || readers.back()->Height() != first.Height()) {
@@ -119,7 +143,10 @@ int Run(const Arguments& arguments, std::size_t count, Operation operation, bool
   std::string error;
   const std::unique_ptr<Session> session = Session::Start(index, &error);
   if (!session) throw Refusal{error};
-  const std::unique_ptr<Writer> writer = model->MakeWriter(arguments.Get("output"), alpha, deep, &error);
+  const std::unique_ptr<Writer> writer =
+      arguments.Has("to")
+          ? MakeRawWriter(arguments.Get("output"), FormatNamed("to", arguments.Get("to")), &error)
+          : model->MakeWriter(arguments.Get("output"), alpha, deep, &error);
   if (!writer) throw Refusal{error};
   const int width = model->Width(), height = model->Height();
   const Frame output = NewFrame(*session, width, height, &error);
@@ -223,6 +250,15 @@ int Blur(const Arguments& arguments) {
   });
 }
 
+int Convert(const Arguments& arguments) {
+  if (!arguments.Has("to")) throw Refusal{"--to FORMAT is required"};
+  FormatNamed("to", arguments.Get("to"));
+  return Run(arguments, 1, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
+    return LM::FastDeviceMemcpy2D(device, DeviceMemory(in[0]), RowBytes(in[0]), DeviceMemory(out),
+                                  RowBytes(out), k32f, Width(out), Height(out));
+  });
+}
+
 int AlphaGain(const Arguments& arguments) {
   const float gain = Required(arguments, "gain", 0.0f, 1e6f);
   return Run(arguments, 1, [&](const DevicePtr& device, const Frames& in, const Frame& out) {
@@ -277,26 +313,31 @@ const Command kCommands[] = {
      "6 Dissolve, 7 Exclusion, 8 HardLight, 9 HardMix, 10 Hue, 11 Lighten, 12 LighterColor, 13 LinearBurn,\n"
      "14 LinearDodgeAdd, 15 LinearLight, 16 Luminosity, 17 Multiply, 18 Normal, 19 Overlay, 20 PinLight,\n"
      "21 Saturation, 22 Screen, 23 SoftLight, 24 VividLight, 25 Subtract, 26 Divide.\n",
-     "--mode --opacity --output --device\n"},
+     "--mode --opacity --output --device --format --size\n"},
     {"dissolve", Dissolve, "A B --progress F -o OUT",
      "Cross-dissolves from A to B (PNG files of one size): progress 0 gives A, 1 gives B.\n",
-     "--progress --output --device\n"},
+     "--progress --output --device --format --size\n"},
     {"blur", Blur, "IN --sigma F [--sigma-y F] [--direction h|v|both] [--edge zero|extend] -o OUT",
      "Blurs IN with the recursive Gaussian: --sigma horizontally, --sigma-y vertically (default: --sigma),\n"
      "in the chosen directions (default both); --edge zero takes the image as transparent black beyond its\n"
      "edges (the default), extend repeats the edge pixels.\n",
-     "--sigma --sigma-y --direction --edge --output --device\n"},
+     "--sigma --sigma-y --direction --edge --output --device --format --size\n"},
+    {"convert", Convert, "IN --to FORMAT -o OUT",
+     "Converts IN into raw frames of FORMAT, a pixel format of the table (UYVY_422_8u, V210_422_10u,\n"
+     "BGRA_4444_8u, ...; docs/pixel-formats.md), one frame after another: uploaded, converted on the device\n"
+     "to the GPU's 32f and from it to FORMAT.\n",
+     "--to --output --device --format --size\n"},
     {"alpha-gain", AlphaGain, "IN --gain F -o OUT",
      "Multiplies the alpha of IN, and with it its premultiplied colour, by the gain (0 clears).\n",
-     "--gain --output --device\n"},
+     "--gain --output --device --format --size\n"},
     {"unpremultiply", Unpremultiply, "IN -o OUT",
      "Divides the premultiplied colour of IN by its alpha and writes the colour as it results (alpha-0 "
      "pixels\n"
      "black): what a premultiplied pipeline holds, shown as straight colour.\n",
-     "--output --device\n"},
+     "--output --device --format --size\n"},
     {"accumulate", Accumulate, "IN... --weights W,... -o OUT",
      "Writes the weighted sum of the inputs (PNG files of one size), one weight for each, in order.\n",
-     "--weights --output --device\n"},
+     "--weights --output --device --format --size\n"},
 };
 const std::size_t kCommandCount = sizeof kCommands / sizeof kCommands[0];
 

@@ -461,7 +461,91 @@ class Y4mReader : public Reader {
   int frame_ = 0;
 };
 
+// ---- Raw frames
+// -----------------------------------------------------------------------------------------------
+
+class RawWriter : public Writer {
+ public:
+  RawWriter(File file, std::string path, LM::PixelFormat format)
+      : file_(std::move(file)), path_(std::move(path)), format_(format) {}
+  LM::PixelFormat Format(bool) const override { return format_; }
+  bool Write(const HostImage& image, std::string* error) override {
+    if (std::fwrite(image.bytes.data(), 1, image.bytes.size(), file_.get()) != image.bytes.size() ||
+        std::fflush(file_.get()) != 0) {
+      *error = path_ + ": write failed: " + std::strerror(errno);
+      return false;
+    }
+    return true;
+  }
+
+ private:
+  File file_;
+  std::string path_;
+  LM::PixelFormat format_;
+};
+
+class RawReader : public Reader {
+ public:
+  RawReader(File file, std::string path, LM::PixelFormat format, int width, int height)
+      : file_(std::move(file)), path_(std::move(path)), format_(format), width_(width), height_(height) {}
+  int Width() const override { return width_; }
+  int Height() const override { return height_; }
+  bool HasAlpha() const override { return false; }
+  bool IsStream() const override { return true; }
+  bool IsDeep() const override { return false; }
+  bool Next(HostImage* image, std::string* error) override {
+    HostImage next;
+    next.format = format_;
+    next.width = width_;
+    next.height = height_;
+    next.bytes.resize(zmt::PixelFormatSize(format_, width_, height_));
+    const std::size_t got = std::fread(next.bytes.data(), 1, next.bytes.size(), file_.get());
+    if (got == 0 && std::feof(file_.get())) return false;
+    if (got != next.bytes.size()) {
+      *error = path_ + ": frame " + std::to_string(frame_ + 1) + ": truncated (" +
+               std::to_string(next.bytes.size()) + " bytes expected)";
+      return false;
+    }
+    ++frame_;
+    *image = std::move(next);
+    return true;
+  }
+  std::unique_ptr<Writer> MakeWriter(const std::string& path, bool, bool, std::string* error) const override {
+    return MakeRawWriter(path, format_, error);
+  }
+
+ private:
+  File file_;
+  std::string path_;
+  LM::PixelFormat format_;
+  int width_, height_;
+  int frame_ = 0;
+};
+
 }  // namespace
+
+std::unique_ptr<Writer> MakeRawWriter(const std::string& path, LM::PixelFormat format, std::string* error) {
+  File file(path == "-" ? stdout : std::fopen(path.c_str(), "wb"));
+  if (!file) {
+    *error = path + ": cannot create: " + std::strerror(errno);
+    return nullptr;
+  }
+  return std::make_unique<RawWriter>(std::move(file), path, format);
+}
+
+std::unique_ptr<Reader> Reader::OpenRaw(const std::string& path, LM::PixelFormat format, int width,
+                                        int height, std::string* error) {
+  File file(OpenInput(path));
+  if (!file) {
+    *error = path + ": cannot open: " + std::strerror(errno);
+    return nullptr;
+  }
+  if (zmt::PixelFormatSize(format, width, height) == 0) {
+    *error = path + ": frames of this format and size cannot be sized";
+    return nullptr;
+  }
+  return std::make_unique<RawReader>(std::move(file), path, format, width, height);
+}
 
 std::unique_ptr<Reader> Reader::Open(const std::string& path, std::string* error) {
   File file(OpenInput(path));

@@ -26,6 +26,9 @@ class Reader {
   virtual ~Reader() = default;
   // Opens `path` ("-" for standard input); null with one line in *error.
   static std::unique_ptr<Reader> Open(const std::string& path, std::string* error);
+  // Opens `path` as raw frames of `format` and width x height pixels, one after another.
+  static std::unique_ptr<Reader> OpenRaw(const std::string& path, LM::PixelFormat format, int width,
+                                         int height, std::string* error);
 
   virtual int Width() const = 0;
   virtual int Height() const = 0;
@@ -41,5 +44,9 @@ class Reader {
   // Whether images have 16-bit samples (PNG).
   virtual bool IsDeep() const = 0;
 };
+
+// A writer of raw frames of `format` to `path` ("-" for standard output), one after another; null with one
+// line in *error.
+std::unique_ptr<Writer> MakeRawWriter(const std::string& path, LM::PixelFormat format, std::string* error);
 
 }  // namespace lumora
