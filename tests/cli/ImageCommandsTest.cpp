@@ -263,6 +263,7 @@ TEST_F(ImageCommands, BadArgumentsAndFilesAreRefusedInOneLine) {
       {"blur truncated.png --sigma 2 -o out.png", "truncated.png"},
       {"blur text.png --sigma 2 -o out.png", "text.png"},
       {"blur a.png --sigma 2 --device 9 -o out.png", "--device 9"},
+      {"bench --size 0x0", "--size"},
   };
   for (const auto& c : cases) {
     const Outcome outcome = Lumora(c.arguments);

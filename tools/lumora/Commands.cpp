@@ -305,6 +305,8 @@ int Accumulate(const Arguments& arguments) {
 
 }  // namespace
 
+int RunBench(const Arguments& arguments);  // Bench.cpp
+
 const Command kCommands[] = {
     {"composite", Composite, "LAYER BACKGROUND --mode NAME|NUMBER [--opacity F] -o OUT",
      "Lays LAYER over BACKGROUND (PNG files of one size) with a blend mode and an opacity (0..1, default "
@@ -335,6 +337,14 @@ const Command kCommands[] = {
      "pixels\n"
      "black): what a premultiplied pipeline holds, shown as straight colour.\n",
      "--output --device --format --size\n"},
+    {"bench", RunBench, "[--size WxH] [--format GPU_FORMAT]",
+     "Times every image operation on one device at one size (default 1920x1080) and GPU format (default\n"
+     "GPU_BGRA_4444_32f) and prints one table: milliseconds a call, bytes read plus written a second, "
+     "frames\n"
+     "a second, and the rate as a share of this machine's memcpy over all cores. Each operation runs for "
+     "half\n"
+     "a second after a warm-up call; its time is the best call's, until the device has finished it.\n",
+     "--size --format --device\n"},
     {"accumulate", Accumulate, "IN... --weights W,... -o OUT",
      "Writes the weighted sum of the inputs (PNG files of one size), one weight for each, in order.\n",
      "--weights --output --device --format --size\n"},
