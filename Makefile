@@ -25,10 +25,11 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
-# Only the program and what it loads at run time (the library, the host services, the kernel modules).
+# Only the program and what it loads at run time (the library, the host services, the kernel modules), then
+# the showcase (scripts/demo.sh) into demo-out/.
 demo: configure
 	@cmake --build $(BUILD) -j $(JOBS) --target lumora_cli
-	@$(BUILD)/bin/lumora devices
+	@bash scripts/demo.sh $(BUILD)/bin/lumora demo-out
 
 test: build
 	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)

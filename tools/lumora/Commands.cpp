@@ -306,6 +306,7 @@ int Accumulate(const Arguments& arguments) {
 }  // namespace
 
 int RunBench(const Arguments& arguments);  // Bench.cpp
+int RunDemo(const Arguments& arguments);   // Demo.cpp
 
 const Command kCommands[] = {
     {"composite", Composite, "LAYER BACKGROUND --mode NAME|NUMBER [--opacity F] -o OUT",
@@ -345,6 +346,11 @@ const Command kCommands[] = {
      "half\n"
      "a second after a warm-up call; its time is the best call's, until the device has finished it.\n",
      "--size --format --device\n"},
+    {"demo", RunDemo, "DIR",
+     "The showcase of make demo: writes into DIR a labelled contact sheet of the 27 blend modes over a\n"
+     "generated pair of images, a blur sweep, a cross-dissolve strip, colour bars through UYVY, v210 and\n"
+     "4:2:0 and back (printing their errors), and a short Y4M clip for the pipe.\n",
+     "--device\n"},
     {"accumulate", Accumulate, "IN... --weights W,... -o OUT",
      "Writes the weighted sum of the inputs (PNG files of one size), one weight for each, in order.\n",
      "--weights --output --device --format --size\n"},

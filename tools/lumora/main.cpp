@@ -17,7 +17,7 @@ const char kUsage[] =
     "Usage: lumora <command> [options]\n"
     "\n"
     "Commands:\n"
-    "  composite, dissolve, blur, convert, alpha-gain, unpremultiply, accumulate, bench\n"
+    "  composite, dissolve, blur, convert, alpha-gain, unpremultiply, accumulate, bench, demo\n"
     "                       Run one image operation on PNG files, Y4M streams or raw frames on a device:\n"
     "                       lumora <command> --help says how.\n"
     "  devices              Start the library, list the compute devices it registers (framework, vendor,\n"
