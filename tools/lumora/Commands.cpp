@@ -365,16 +365,31 @@ const Command* FindCommand(const std::string& name) {
 }
 
 void PrintCommandHelp(const Command& command, std::FILE* out) {
-  std::fprintf(
-      out,
-      "Usage: lumora %s %s\n\n%s\nCommon options:\n"
+  std::fprintf(out, "Usage: lumora %s %s\n\n%s\n", command.name, command.synopsis, command.description);
+  // Commands that read images and write one take the options and inputs below; the others (bench, demo)
+  // only choose the device.
+  if (std::strstr(command.options, "--output") == nullptr) {
+    std::fputs(
+        "Options:\n"
+        "  --device N           The Nth qualified device of lumora devices (default 0).\n"
+        "  -h, --help           Show this help.\n",
+        out);
+    return;
+  }
+  std::fputs(
+      "Common options:\n"
       "  -o, --output FILE    The output PNG or Y4M stream (- for standard output).\n"
       "  --device N           The Nth qualified device of lumora devices (default 0).\n"
+      "  --format NAME --size WxH\n"
+      "                       Read the inputs as raw frames of that table format and size.\n"
       "  -h, --help           Show this help.\n\n"
-      "Inputs are PNG files (- for standard input), 8 or 16 bits, RGB or RGBA; the output keeps alpha\n"
-      "and 16 bits when an input has them. Exit status: 0 done, 2 for an argument, file or image that\n"
-      "cannot be used, 1 when the device fails.\n",
-      command.name, command.synopsis, command.description);
+      "Inputs are PNG files (8 or 16 bits, RGB or RGBA) or Y4M streams (C420jpeg, C420, C420mpeg2,\n"
+      "C420paldv, C422, C444, Cmono, C422p10, C444p10), - for standard input. A stream is processed\n"
+      "frame by frame, a PNG input beside it is used for every frame, and the output is a stream of the\n"
+      "first stream's layout (or a PNG that keeps alpha and 16 bits when an input has them). Exit\n"
+      "status: 0 done, 2 for an argument, file, image or frame that cannot be used (one line names it),\n"
+      "1 when the device fails.\n",
+      out);
 }
 
 int RunCommand(const Command& command, int argc, char** argv) {
