@@ -7,15 +7,18 @@
 // Y4M frames keep their layout where a host format has it and are repacked where one needs it: 4:2:0 (8 bits)
 // travels as the planar 4:2:0 formats as it is (C420mpeg2 and C420paldv with MPEG-2 siting, C420jpeg and C420
 // with MPEG-4 siting; FIELD pictures when the stream is interlaced); 4:2:2 as UYVY, 10-bit 4:2:2 as v210;
-// 4:4:4 and mono as VUYX 8u, 10-bit 4:4:4 as VUYX 32f. Y4M names no matrix: pictures taller than 576 rows
-// are taken as BT.709, others as BT.601. XCOLORRANGE=FULL is honoured for 4:2:0, whose host formats have
-// full-range variants.
+// 4:4:4 and mono as VUYX 8u, 10-bit 4:4:4 as VUYX 32f. 10-bit 4:2:0, which no host format holds, travels as
+// v210: its chroma rows are interpolated linearly to every luma row on the way in (chroma row j lying between
+// luma rows 2j and 2j + 1) and averaged in pairs on the way out. Y4M names no matrix: pictures taller than
+// 576 rows are taken as BT.709, others as BT.601. XCOLORRANGE=FULL is honoured for 4:2:0, whose host formats
+// have full-range variants.
 #include "Media.h"
 
 #include <zelmediatypes/PixelFormats.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <sstream>
 
@@ -141,7 +144,7 @@ class PngReader : public Reader {
 // ---- Y4M
 // ------------------------------------------------------------------------------------------------------
 
-enum class Layout { k420, k422, k444, kMono };
+enum class Layout { k420, k420Deep, k422, k444, kMono };
 
 struct Y4mLayout {
   int width = 0, height = 0;
@@ -151,7 +154,9 @@ struct Y4mLayout {
   std::string headerLine;  // the whole first line, written again by the writer
 
   int ChromaWidth() const { return layout == Layout::k444 ? width : (width + 1) / 2; }
-  int ChromaHeight() const { return layout == Layout::k420 ? (height + 1) / 2 : height; }
+  int ChromaHeight() const {
+    return layout == Layout::k420 || layout == Layout::k420Deep ? (height + 1) / 2 : height;
+  }
   std::size_t SampleBytes() const { return bits > 8 ? 2 : 1; }
   std::size_t FrameBytes() const {
     const std::size_t luma = std::size_t(width) * height;
@@ -184,6 +189,7 @@ struct Y4mLayout {
                zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_709_FullRange}}}};
         return formats[mpeg2Siting][interlaced][hd][fullRange];
       }
+      case Layout::k420Deep:
       case Layout::k422:
         if (bits > 8) return hd ? zmt::kPixelFormat_V210_422_10u_709 : zmt::kPixelFormat_V210_422_10u;
         return hd ? zmt::kPixelFormat_UYVY_422_8u_709 : zmt::kPixelFormat_UYVY_422_8u;
@@ -220,11 +226,11 @@ std::string ParseHeader(const std::string& line, Y4mLayout* layout) {
     Layout layout;
     int bits;
     bool mpeg2;
-  } known[] = {{"420jpeg", Layout::k420, 8, false}, {"420", Layout::k420, 8, false},
-               {"420mpeg2", Layout::k420, 8, true}, {"420paldv", Layout::k420, 8, true},
-               {"422", Layout::k422, 8, false},     {"444", Layout::k444, 8, false},
-               {"mono", Layout::kMono, 8, false},   {"422p10", Layout::k422, 10, false},
-               {"444p10", Layout::k444, 10, false}};
+  } known[] = {{"420jpeg", Layout::k420, 8, false},     {"420", Layout::k420, 8, false},
+               {"420mpeg2", Layout::k420, 8, true},     {"420paldv", Layout::k420, 8, true},
+               {"422", Layout::k422, 8, false},         {"444", Layout::k444, 8, false},
+               {"mono", Layout::kMono, 8, false},       {"422p10", Layout::k422, 10, false},
+               {"420p10", Layout::k420Deep, 10, false}, {"444p10", Layout::k444, 10, false}};
   for (const auto& k : known) {
     if (colourspace == k.name) {
       layout->layout = k.layout;
@@ -238,7 +244,7 @@ std::string ParseHeader(const std::string& line, Y4mLayout* layout) {
   }
   return "colour space C" + colourspace +
          " is not supported (420jpeg, 420, 420mpeg2, 420paldv, 422, 444, mono, "
-         "422p10, 444p10 are)";
+         "420p10, 422p10, 444p10 are)";
 }
 
 std::uint16_t Sample(const std::uint8_t* plane, std::size_t index, std::size_t bytes) {
@@ -256,7 +262,53 @@ void SetSample(std::uint8_t* plane, std::size_t index, std::size_t bytes, std::u
 }
 
 // Y4M planes (Y, Cb, Cr) into a host image of the layout's format, and back.
+// 10-bit 4:2:0 planes as 4:2:2 ones: each luma row's chroma interpolated between the two nearest chroma rows.
+std::vector<std::uint8_t> Upsample420(const Y4mLayout& y4m, const std::vector<std::uint8_t>& planes) {
+  const int w = y4m.width, h = y4m.height, cw = y4m.ChromaWidth(), ch = y4m.ChromaHeight();
+  std::vector<std::uint8_t> out((std::size_t(w) * h + 2 * std::size_t(cw) * h) * 2);
+  std::memcpy(out.data(), planes.data(), std::size_t(w) * h * 2);
+  for (int p = 0; p < 2; ++p) {
+    const std::uint8_t* from = planes.data() + (std::size_t(w) * h + std::size_t(p) * cw * ch) * 2;
+    std::uint8_t* to = out.data() + (std::size_t(w) * h + std::size_t(p) * cw * h) * 2;
+    for (int y = 0; y < h; ++y) {
+      const double position = (y - 0.5) / 2;
+      const int j0 = std::clamp(int(std::floor(position)), 0, ch - 1), j1 = std::clamp(j0 + 1, 0, ch - 1);
+      const double f = position - std::floor(position);
+      for (int x = 0; x < cw; ++x) {
+        const double v = (1 - f) * Sample(from, std::size_t(j0) * cw + x, 2) +
+                         f * Sample(from, std::size_t(j1) * cw + x, 2);
+        SetSample(to, std::size_t(y) * cw + x, 2, std::uint16_t(std::lround(v)));
+      }
+    }
+  }
+  return out;
+}
+
+// 4:2:2 planes back to 10-bit 4:2:0: chroma rows averaged in pairs.
+std::vector<std::uint8_t> Downsample422(const Y4mLayout& y4m, const std::vector<std::uint8_t>& planes) {
+  const int w = y4m.width, h = y4m.height, cw = y4m.ChromaWidth(), ch = y4m.ChromaHeight();
+  std::vector<std::uint8_t> out(y4m.FrameBytes());
+  std::memcpy(out.data(), planes.data(), std::size_t(w) * h * 2);
+  for (int p = 0; p < 2; ++p) {
+    const std::uint8_t* from = planes.data() + (std::size_t(w) * h + std::size_t(p) * cw * h) * 2;
+    std::uint8_t* to = out.data() + (std::size_t(w) * h + std::size_t(p) * cw * ch) * 2;
+    for (int j = 0; j < ch; ++j) {
+      const int r0 = 2 * j, r1 = std::min(2 * j + 1, h - 1);
+      for (int x = 0; x < cw; ++x) {
+        const int sum = Sample(from, std::size_t(r0) * cw + x, 2) + Sample(from, std::size_t(r1) * cw + x, 2);
+        SetSample(to, std::size_t(j) * cw + x, 2, std::uint16_t((sum + 1) / 2));
+      }
+    }
+  }
+  return out;
+}
+
 HostImage ToHost(const Y4mLayout& y4m, const std::vector<std::uint8_t>& planes) {
+  if (y4m.layout == Layout::k420Deep) {
+    Y4mLayout as422 = y4m;
+    as422.layout = Layout::k422;
+    return ToHost(as422, Upsample420(y4m, planes));
+  }
   HostImage image;
   image.format = y4m.Format();
   image.width = y4m.width;
@@ -334,6 +386,11 @@ std::uint16_t Code10(float value, float scale, float offset) {
 
 std::vector<std::uint8_t> FromHost(const Y4mLayout& y4m, const HostImage& image) {
   if (y4m.layout == Layout::k420) return image.bytes;
+  if (y4m.layout == Layout::k420Deep) {
+    Y4mLayout as422 = y4m;
+    as422.layout = Layout::k422;
+    return Downsample422(y4m, FromHost(as422, image));
+  }
   const int w = y4m.width, h = y4m.height, cw = y4m.ChromaWidth();
   const std::size_t sb = y4m.SampleBytes();
   std::vector<std::uint8_t> planes(y4m.FrameBytes());
