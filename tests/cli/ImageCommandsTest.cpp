@@ -246,6 +246,20 @@ TEST_F(ImageCommands, RawFramesConvertBothWays) {
   EXPECT_EQ(Lumora("blur grey.uyvy --format UYVY_422_8u --sigma 1 -o x.raw").status, 2);
 }
 
+// The showcase writes its images and clip, and the bench prints its table, on the device of the machine.
+TEST_F(ImageCommands, DemoAndBenchRun) {
+  Outcome outcome = Lumora("demo shown");
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  for (const char* name : {"blend-modes.png", "blur-sweep.png", "cross-dissolve.png", "colour-bars.png"}) {
+    EXPECT_GT(Load(std::string("shown/") + name).width, 0) << name;
+  }
+  EXPECT_EQ(Read(Path("shown/clip.y4m")).rfind("YUV4MPEG2 W320 H180", 0), 0u);
+  outcome = Lumora("bench --size 64x32");
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_NE(outcome.out.find("Composite Normal"), std::string::npos);
+  EXPECT_NE(outcome.out.find("memcpy, all cores"), std::string::npos);
+}
+
 // Every command explains itself on standard output.
 TEST_F(ImageCommands, EveryCommandHasItsHelp) {
   for (const char* command :
