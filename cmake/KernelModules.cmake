@@ -18,7 +18,9 @@
 #     <bin>/PTX/<Module>_NVIDIA.ptx beside the programs. It is compiled again whenever the embedded text
 #     changes, which covers every header the source includes. <PTX_TARGET> builds these files and <TARGET>
 #     depends on it, so a program that links <TARGET> has the PTX folder too. The files are listed in the
-#     global property LUMORA_PTX_MODULES for the kernel checks.
+#     global property LUMORA_PTX_MODULES for the kernel checks, and those of this call in the property
+#     LUMORA_PTX_FILES of <PTX_TARGET>, which the install rules read: the folder also holds the test and
+#     benchmark modules, which are not installed.
 set(LUMORA_KERNEL_SCRIPTS ${CMAKE_CURRENT_LIST_DIR})
 
 function(lumora_kernel_modules)
@@ -76,6 +78,7 @@ function(lumora_kernel_modules)
   endforeach()
 
   add_custom_target(${ARG_PTX_TARGET} DEPENDS ${ptxFiles})
+  set_property(TARGET ${ARG_PTX_TARGET} PROPERTY LUMORA_PTX_FILES ${ptxFiles})
   add_library(${ARG_TARGET} OBJECT ${embedded})
   target_include_directories(${ARG_TARGET} PRIVATE ${PROJECT_SOURCE_DIR}/include)
   add_dependencies(${ARG_TARGET} ${ARG_PTX_TARGET})
