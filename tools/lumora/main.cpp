@@ -2,10 +2,12 @@
 // library, lists the compute devices it registers and shuts it down again; the image commands
 // (Commands.cpp) run one operation on PNG files.
 #include <Lumora/Lumora.h>
+#include <unistd.h>
 #include <zelcore/Debug.h>
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <sstream>
 #include <string>
 
@@ -28,6 +30,8 @@ const char kUsage[] =
     "                       LM.DisableAcceleratedDisplay both set it says that the GPU is disabled.\n"
     "\n"
     "Options:\n"
+    "  --json               devices: print the list as one JSON document instead (the binder's lines go to\n"
+    "                       standard error).\n"
     "  --cuda-driver PATH   Bind the CUDA driver from PATH instead of libcuda.so.1; when it cannot be\n"
     "                       bound, say why and exit with status 1.\n"
     "  -h, --help           Show this help.\n"
@@ -83,7 +87,48 @@ bool SwitchIsOn(const char* key) {
 }
 
 // `cudaDriver` is the file given with --cuda-driver, or null. Returns the program's exit status.
-int ListDevices(const char* cudaDriver) {
+// `text` as a JSON string.
+std::string Json(const std::string& text) {
+  std::string out = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+      out += escaped;
+    } else {
+      out += c;
+    }
+  }
+  return out + "\"";
+}
+
+// Standard output carries the JSON document: while the library starts, what it prints (the driver binder's
+// lines) goes to standard error.
+class StdoutToStderr {
+ public:
+  StdoutToStderr() {
+    std::fflush(stdout);
+    saved_ = dup(1);
+    if (saved_ >= 0) dup2(2, 1);
+  }
+  ~StdoutToStderr() {
+    std::fflush(stdout);
+    if (saved_ >= 0) {
+      dup2(saved_, 1);
+      close(saved_);
+    }
+  }
+  StdoutToStderr(const StdoutToStderr&) = delete;
+  StdoutToStderr& operator=(const StdoutToStderr&) = delete;
+
+ private:
+  int saved_;
+};
+
+int ListDevices(const char* cudaDriver, bool json) {
   // With both switches the library binds no runtime and registers no device; an empty list would not say
   // why.
   if (SwitchIsOn("LM.DisableAcceleratedRenderer") && SwitchIsOn("LM.DisableAcceleratedDisplay")) {
@@ -96,7 +141,10 @@ int ListDevices(const char* cudaDriver) {
   // runs on a machine without a GPU.
   zelcore::debug::DebugDatabase::Instance().SetDefault("LM.EnableOpenCL", "1");
   zelcore::debug::DebugDatabase::Instance().SetDefault("LM.OpenCLIncludeCPUDevices", "1");
-  LM::Initialize(true);
+  {
+    std::unique_ptr<StdoutToStderr> quiet(json ? new StdoutToStderr : nullptr);
+    LM::Initialize(true);
+  }
   const int bindResult = LM::GetCUDADriverBindResult();
   // The loader's own words tell a missing file from a broken one or a missing dependency; a missing entry
   // point is named in the binder's line above.
@@ -110,6 +158,27 @@ int ListDevices(const char* cudaDriver) {
     return 1;
   }
   const unsigned int count = LM::GetDeviceCount();
+  if (json) {
+    std::printf("{\"cudaDriver\": %s, \"devices\": [", Json(state).c_str());
+    for (unsigned int index = 0; index < count; ++index) {
+      const boost::shared_ptr<LM::Device> device = LM::GetDevice(index);
+      const bool qualified = device->IsQualified();
+      const bool started = qualified && device->WaitForContext();
+      const char* failed = qualified ? nullptr : LM::FirstFailedRequirement(device);
+      std::printf(
+          "%s\n  {\"index\": %u, \"api\": %s, \"vendor\": %s, \"name\": %s, \"computeCapability\": %.1f, "
+          "\"driverVersion\": %.2f, \"memoryBytes\": %llu, \"qualified\": %s, \"contextStarted\": %s, "
+          "\"failedRequirement\": %s}",
+          index == 0 ? "" : ",", index, Json(FrameworkName(device->GetFramework())).c_str(),
+          Json(VendorName(device->GetVendor())).c_str(), Json(device->GetName()).c_str(),
+          device->GetComputeCapability(), device->GetDriverVersion(),
+          static_cast<unsigned long long>(device->GetTotalMemory()), qualified ? "true" : "false",
+          started ? "true" : "false", failed != nullptr ? Json(failed).c_str() : "null");
+    }
+    std::printf("%s]}\n", count == 0 ? "" : "\n");
+    LM::Terminate();
+    return 0;
+  }
   std::printf("CUDA driver: %s\n", state.c_str());
   if (count == 0) {
     std::printf("No compute device found.\n");
@@ -154,6 +223,7 @@ int ListDevices(const char* cudaDriver) {
 int main(int argc, char** argv) {
   std::string command;
   const char* cudaDriver = nullptr;
+  bool json = false;
   for (int i = 1; i < argc; ++i) {
     const char* argument = argv[i];
     if (std::strcmp(argument, "-h") == 0 || std::strcmp(argument, "--help") == 0) {
@@ -169,6 +239,8 @@ int main(int argc, char** argv) {
       }
       cudaDriver = argv[++i];
       LM::CUDADriverLibraryName = cudaDriver;
+    } else if (std::strcmp(argument, "--json") == 0 && command == "devices") {
+      json = true;
     } else if (argument[0] == '-') {
       std::fprintf(stderr, "lumora: unknown option %s\n\n%s", argument, kUsage);
       return 2;
@@ -183,7 +255,7 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  if (command == "devices") return ListDevices(cudaDriver);
+  if (command == "devices") return ListDevices(cudaDriver, json);
   if (command.empty()) {
     // Not what was asked for, so not the program's output: the usage goes with the other complaints.
     std::fputs(kUsage, stderr);
