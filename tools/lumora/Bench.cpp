@@ -1,6 +1,8 @@
 // lumora bench: every image operation's rate on one device and size, beside this machine's memcpy over all
-// cores, in one table. Each operation runs until half a second has passed (at least three times) after one
-// warm-up run; a run's time is the wall time until the device has finished it.
+// cores (and, on a CUDA device, the driver's own device-to-device copy, cuMemcpyDtoD), in one table. Each
+// operation runs until half a second has passed (at least three times) after one warm-up run; a run's time is
+// the wall time until the device has finished it.
+#include <dlfcn.h>
 #include <zelmediatypes/PixelFormatTable.h>
 #include <zelmediatypes/PixelFormats.h>
 
@@ -47,6 +49,24 @@ void MemcpyAllCores(std::vector<std::uint8_t>& to, const std::vector<std::uint8_
         [&, begin, end] { std::memcpy(to.data() + begin, from.data() + begin, end - begin); });
   }
   for (std::thread& worker : workers) worker.join();
+}
+
+// The CUDA driver's device-to-device copy of `bytes`, finished: the reference of a CUDA device. The driver is
+// the one the library bound (its copy of the handle); null where it or its entry points cannot be found.
+std::function<int()> DriverCopy(void* to, const void* from, std::size_t bytes) {
+  using Copy = int (*)(unsigned long long, unsigned long long, std::size_t);
+  using Synchronize = int (*)();
+  void* driver = dlopen(LM::CUDADriverLibraryName, RTLD_NOW | RTLD_NOLOAD);
+  if (driver == nullptr) driver = dlopen("libcuda.so.1", RTLD_NOW | RTLD_NOLOAD);
+  const auto copy = driver ? reinterpret_cast<Copy>(dlsym(driver, "cuMemcpyDtoD_v2")) : nullptr;
+  const auto synchronize =
+      driver ? reinterpret_cast<Synchronize>(dlsym(driver, "cuCtxSynchronize")) : nullptr;
+  if (copy == nullptr || synchronize == nullptr) return nullptr;
+  return [=] {
+    const int copied =
+        copy(reinterpret_cast<std::uintptr_t>(to), reinterpret_cast<std::uintptr_t>(from), bytes);
+    return copied == 0 && synchronize() == 0 ? LM::kResultSuccess : LM::kResultFailed;
+  };
 }
 
 }  // namespace
@@ -190,6 +210,17 @@ int RunBench(const Arguments& arguments) {
   std::printf("%-26s %10s %10s %9s %s\n", "operation", "ms", "GB/s", "frames/s", "of memcpy over all cores");
   std::printf("%-26s %10.2f %10.2f %9.1f %s\n", "memcpy, all cores", memcpySeconds * 1e3, memcpyRate / 1e9,
               1.0 / memcpySeconds, "(reference)");
+  if (device->GetFramework() == LM::kDeviceFramework_CUDA) {
+    const std::function<int()> driverCopy = DriverCopy(c, a, frameBytes);
+    if (driverCopy) {
+      const double seconds = Time(driverCopy, device, &result);
+      if (result == LM::kResultSuccess) {
+        std::printf("%-26s %10.2f %10.2f %9.1f %5.0f %%  (the device's reference)\n", "cuMemcpyDtoD",
+                    seconds * 1e3, 2.0 * frameBytes / seconds / 1e9, 1.0 / seconds,
+                    100.0 * 2.0 * frameBytes / seconds / memcpyRate);
+      }
+    }
+  }
   int status = 0;
   for (const Row& row : rows) {
     const double seconds = Time(row.work, device, &result);
