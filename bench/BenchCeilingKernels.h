@@ -4,6 +4,7 @@
 
 #include "ImageProcessing/CompositeKernels.h"
 #include "ImageProcessing/GaussianBlurKernels.h"
+#include "ImageProcessing/GeometryKernels.h"
 #include "ImageProcessing/KernelFamily.h"
 #include "ImageProcessing/PixelFormatConvertKernels.h"
 
@@ -17,3 +18,6 @@ inline LM::KernelFamily<LM::CompositeParameters, 1> compositeCeilingKernel("Benc
 inline LM::KernelFamily<LM::RecursiveGaussianParameters, 2> gaussianCeilingKernels(
     "BenchCeiling", {"Ceiling_GaussianRows_Kernel", "Ceiling_GaussianColumns_Kernel"},
     LM::KernelFamilyOptions{}.Geometry(LM::RowOfBlocks32Or16));
+inline LM::KernelFamily<LM::MotionParameters, 1> scaleCeilingKernel("BenchCeiling", {"Ceiling_Scale_Kernel"});
+inline LM::KernelFamily<LM::DeinterlaceParameters, 1> deinterlaceCeilingKernel(
+    "BenchCeiling", {"Ceiling_Deinterlace_Kernel"});

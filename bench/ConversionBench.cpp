@@ -109,3 +109,37 @@ int CeilingGaussianBlur(const boost::shared_ptr<LM::Device>& device, void* sourc
   device->GetDeviceMemory()->Release(middle, device->GetCommandQueue()->RecordEvent());
   return result;
 }
+
+namespace {
+constexpr int kHDWidth = 1920, kHDHeight = 1080, kHDRowBytes = kHDWidth * 16;
+LM::TextureCache deinterlaceCeilingTexture("BenchCeiling", "inDeinterlaceTexture");
+}  // namespace
+
+const std::size_t kScaleBytes = std::size_t(kHDRowBytes) * kHDHeight + kFrameBytes;
+const std::size_t kDeinterlaceBytes = 2 * std::size_t(kHDRowBytes) * kHDHeight;
+
+int ScaleUp(const boost::shared_ptr<LM::Device>& device, void* source, void*, void* destination) {
+  return LM::Scale(device, source, kHDRowBytes, kHDWidth, kHDHeight, destination, kFrameRowBytes, kFrameWidth,
+                   kFrameHeight, LM::kPixelFormat_GPU_BGRA_4444_32f, zelmediatypes::kRenderQuality_High);
+}
+int CeilingScale(const boost::shared_ptr<LM::Device>& device, void* source, void*, void* destination) {
+  return scaleCeilingKernel.Launch(device, 0, kFrameWidth, kFrameHeight, nullptr, {},
+                                   LM::DevicePointer{source}, kHDWidth, kHDWidth, kHDHeight,
+                                   LM::DevicePointer{destination}, kFrameWidth, kFrameWidth, kFrameHeight, 1,
+                                   0.5f, 0.0f, 0.0f, 0.0f, 0.5f, 0.0f);
+}
+int DeinterlaceHD(const boost::shared_ptr<LM::Device>& device, void* source, void*, void* destination) {
+  return LM::Deinterlace(device, source, kHDRowBytes, destination, kHDRowBytes,
+                         LM::kPixelFormat_GPU_BGRA_4444_32f, kHDWidth, kHDHeight, 0,
+                         LM::kDeinterlace_EdgeDirected);
+}
+int CeilingDeinterlace(const boost::shared_ptr<LM::Device>& device, void* source, void*, void* destination) {
+  LM::Texture texture = deinterlaceCeilingTexture.Find(device, LM::kPixelFormat_GPU_BGRA_4444_32f);
+  const int bound = LM::BindTexture(device, texture, source, source, kHDRowBytes, kHDWidth, kHDHeight,
+                                    LM::kPixelFormat_GPU_BGRA_4444_32f);
+  if (bound != LM::kResultSuccess) return bound;
+  return deinterlaceCeilingKernel.Launch(device, 0, kHDWidth, kHDHeight, nullptr, {},
+                                         LM::ImageObject{texture.image}, static_cast<int>(texture.offset),
+                                         LM::DevicePointer{destination}, kHDWidth, 1, kHDWidth, kHDHeight, 0,
+                                         2);
+}

@@ -94,6 +94,10 @@ std::vector<Operation> MakeOperations() {
        },
        false, "Ceiling_Composite"},
       {"Ceiling_Composite", 3 * kFrameBytes, CeilingComposite, false, ""},
+      {"Scale_1920x1080_To_3840x2160", kScaleBytes, ScaleUp, false, "Ceiling_Scale"},
+      {"Ceiling_Scale", kScaleBytes, CeilingScale, false, ""},
+      {"Deinterlace_1920x1080", kDeinterlaceBytes, DeinterlaceHD, false, "Ceiling_Deinterlace"},
+      {"Ceiling_Deinterlace", kDeinterlaceBytes, CeilingDeinterlace, false, ""},
   };
   // The blur in both directions at three sigmas, on the device's own path and on the recursive one, beside
   // the ceiling of the recursive path's traffic. Bytes: the source read and the destination written.

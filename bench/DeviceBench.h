@@ -34,3 +34,12 @@ int CeilingComposite(const boost::shared_ptr<LM::Device>& device, void* source, 
 // forwards and written, then read and rewritten backwards, with no arithmetic.
 int CeilingGaussianBlur(const boost::shared_ptr<LM::Device>& device, void* source, void* second,
                         void* destination);
+// Scale of a 1920 x 1080 32f frame to 3840 x 2160 (high quality) and the edge-directed deinterlace of a
+// 1920 x 1080 one, each beside its ceiling; bytes read plus written a call.
+extern const std::size_t kScaleBytes;
+extern const std::size_t kDeinterlaceBytes;
+int ScaleUp(const boost::shared_ptr<LM::Device>& device, void* source, void* second, void* destination);
+int CeilingScale(const boost::shared_ptr<LM::Device>& device, void* source, void* second, void* destination);
+int DeinterlaceHD(const boost::shared_ptr<LM::Device>& device, void* source, void* second, void* destination);
+int CeilingDeinterlace(const boost::shared_ptr<LM::Device>& device, void* source, void* second,
+                       void* destination);

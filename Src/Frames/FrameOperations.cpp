@@ -5,6 +5,8 @@
 #include <zelmediatypes/PixelFormatTable.h>
 
 #include <climits>
+#include <initializer_list>
+#include <vector>
 
 #include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
@@ -43,7 +45,89 @@ bool ViewOf(const Frame& frame, GPUView* view) {
   return view->device != nullptr;
 }
 
+// The views of GPU frames of one device, one format and one size; false otherwise.
+bool SameKind(const std::initializer_list<Frame>& frames, std::vector<GPUView>* views) {
+  for (const Frame& frame : frames) {
+    GPUView view;
+    if (!frame || !ViewOf(frame, &view)) return false;
+    const Frame& first = *frames.begin();
+    if (view.device != (views->empty() ? view.device : views->front().device) ||
+        frame->GetBounds() != first->GetBounds() || frame->GetPixelFormat() != first->GetPixelFormat()) {
+      return false;
+    }
+    views->push_back(view);
+  }
+  return true;
+}
+
+// Runs `operation` under the device's exclusive access and, when it succeeds, records the queue's position as
+// the completion event of every frame it used.
+template <class Operation>
+int OnFrames(const std::vector<GPUView>& views, Operation operation) {
+  const ExclusiveAccess access(*views.front().device);
+  const int result = operation(views.front().device);
+  if (result == kResultSuccess) {
+    const boost::shared_ptr<CommandQueue> queue = views.front().device->GetCommandQueue();
+    const boost::shared_ptr<Event> done = queue ? queue->RecordEvent() : boost::shared_ptr<Event>();
+    for (const GPUView& view : views) view.events->SetCompletionEvent(done);
+  }
+  return result;
+}
+
 }  // namespace
+
+int Composite(const Frame& destination, const Frame& layer, const Frame& background, float opacity,
+              SK_BlendMode mode) try {
+  std::vector<GPUView> v;
+  if (!SameKind({destination, layer, background}, &v)) return kResultFailed;
+  const OXR::ParamRect<CRect> bounds = destination->GetBounds();
+  return OnFrames(v, [&](const boost::shared_ptr<Device>& device) {
+    return Composite(device, v[1].memory, v[1].rowBytes, v[2].memory, v[2].rowBytes, v[0].memory,
+                     v[0].rowBytes, destination->GetPixelFormat(), bounds.Width(), bounds.Height(), opacity,
+                     mode);
+  });
+} catch (...) {
+  return kResultFailed;
+}
+
+int DeinterlaceFrame(const Frame& destination, const Frame& source, DeinterlaceMode mode) try {
+  std::vector<GPUView> v;
+  if (!SameKind({destination, source}, &v)) return kResultFailed;
+  const OXR::ParamRect<CRect> bounds = destination->GetBounds();
+  const int kept = source->GetFieldType() == zelmediatypes::kFieldType_LowerFirst ? 1 : 0;
+  return OnFrames(v, [&](const boost::shared_ptr<Device>& device) {
+    return Deinterlace(device, v[1].memory, v[1].rowBytes, v[0].memory, v[0].rowBytes,
+                       source->GetPixelFormat(), bounds.Width(), bounds.Height(), kept, mode);
+  });
+} catch (...) {
+  return kResultFailed;
+}
+
+int InterlaceFrames(const Frame& destination, const Frame& first, const Frame& second) try {
+  std::vector<GPUView> v;
+  if (!SameKind({destination, first, second}, &v)) return kResultFailed;
+  const OXR::ParamRect<CRect> bounds = destination->GetBounds();
+  const int parity = destination->GetFieldType() == zelmediatypes::kFieldType_LowerFirst ? 1 : 0;
+  return OnFrames(v, [&](const boost::shared_ptr<Device>& device) {
+    return InterlaceFields(device, v[1].memory, v[1].rowBytes, v[2].memory, v[2].rowBytes, v[0].memory,
+                           v[0].rowBytes, destination->GetPixelFormat(), bounds.Width(), bounds.Height(),
+                           parity);
+  });
+} catch (...) {
+  return kResultFailed;
+}
+
+int UnpremultiplyFrame(const Frame& destination, const Frame& source, const float4& color) try {
+  std::vector<GPUView> v;
+  if (!SameKind({destination, source}, &v)) return kResultFailed;
+  const OXR::ParamRect<CRect> bounds = destination->GetBounds();
+  return OnFrames(v, [&](const boost::shared_ptr<Device>& device) {
+    return Unpremultiply(device, v[1].memory, v[1].rowBytes, v[0].memory, v[0].rowBytes,
+                         source->GetPixelFormat(), bounds.Width(), bounds.Height(), color);
+  });
+} catch (...) {
+  return kResultFailed;
+}
 
 int ConvertFrame(const Frame& destination, const Frame& source, bool flipVertically) try {
   GPUView to, from;

@@ -3,6 +3,7 @@
 #include "ImageProcessing/CompositeKernels.h"
 #include "ImageProcessing/FillsKernels.h"
 #include "ImageProcessing/GaussianBlurKernels.h"
+#include "ImageProcessing/GeometryKernels.h"
 #include "ImageProcessing/MemoryKernels.h"
 #include "ImageProcessing/PixelFormatConvertKernels.h"
 
@@ -14,7 +15,9 @@ std::vector<KernelSignature> KernelCatalog() {
                    copyBufferToImageKernel, pixelFormatConvert444Kernels, pixelFormatConvert422Kernels,
                    pixelFormatConvert420FrameKernels, pixelFormatConvert420FieldKernels, compositeKernels,
                    crossDissolveKernel, accumulateKernel, alphaGainKernel, unpremultiplyKernel,
-                   horizontalKernels, verticalKernels, firstHalfKernels, secondHalfKernels, transposeKernel);
+                   horizontalKernels, verticalKernels, firstHalfKernels, secondHalfKernels, transposeKernel,
+                   fieldReverseKernel, interlaceFieldsKernel, deinterlaceKernel, motionKernels,
+                   motionPrepSourceKernel, horizontalOnlyScaleKernel);
   return signatures;
 }
 

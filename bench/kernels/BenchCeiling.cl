@@ -5,6 +5,7 @@
 // is the conversion's own efficiency.
 #include "CompositeParameters.h"
 #include "GaussianBlurParameters.h"
+#include "GeometryParameters.h"
 #include "KernelDialect.h"
 #include "PixelFormatConvertParameters.h"
 
@@ -74,4 +75,21 @@ LM_KERNEL_WITH_PARAMETERS(Ceiling_GaussianRows_Kernel, LM_PARAMETERS_RecursiveGa
 LM_KERNEL_WITH_PARAMETERS(Ceiling_GaussianColumns_Kernel, LM_PARAMETERS_RecursiveGaussian) {
   const int column = LM_GLOBAL_X;
   if (column < dstWidth) CeilingLine(src, dst, column, srcPitch, srcHeight);
+}
+
+// One source pixel read (the nearest to the mapped centre) and one written: the traffic of a resize.
+LM_KERNEL_WITH_PARAMETERS(Ceiling_Scale_Kernel, LM_PARAMETERS_MotionKernel) {
+  const int x = LM_GLOBAL_X;
+  const int y = LM_GLOBAL_Y;
+  if (x >= dstWidth || y >= dstHeight) return;
+  const int sx = min((int)(((float)x + 0.5f) * m0), srcWidth - 1), sy = min((int)(((float)y + 0.5f) * m4), srcHeight - 1);
+  LM_StorePixel(dst, y * dstPitch + x, LM_LoadPixel(src, sy * srcPitch + sx, is32f), is32f);
+}
+
+// One texel read through the deinterlacer's texture and one pixel written.
+LM_KERNEL_WITH_PARAMETERS(Ceiling_Deinterlace_Kernel, LM_PARAMETERS_DeinterlaceKernel) {
+  const int x = LM_GLOBAL_X;
+  const int y = LM_GLOBAL_Y;
+  if (x >= width || y >= height) return;
+  LM_StorePixel(dst, y * dstPitch + x, LM_SampleTexture(inDeinterlaceTexture, x + srcOffset / 16, y), is32f);
 }

@@ -10,6 +10,7 @@
 #include "Lumora/PixelFormats.h"
 #include "SK/BlendMode.h"
 #include "SK/BlurDirection.h"
+#include "zelmediatypes/FrameTypes.h"
 
 namespace LM {
 
@@ -120,5 +121,53 @@ LM_API int GaussianBlur(const boost::shared_ptr<Device>& device, const void* sou
                         int sourceWidth, int sourceHeight, void* destination, int destinationRowBytes,
                         int destinationWidth, int destinationHeight, PixelFormat format, float sigmaX,
                         float sigmaY, bool edgeFlag, SK_BlurDirection direction);
+
+// ---- Fields and geometry (docs/geometry.md)
+// ------------------------------------------------------------------
+
+// Swaps the two fields of an interlaced image, row 2k with row 2k + 1 (a last unpaired row is copied); dst
+// may be src.
+LM_API int FieldReverse(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
+                        int dstRowBytes, PixelFormat format, int width, int height);
+// Weaves two progressive images into one interlaced image: the rows of parity `firstParity` (0 even, 1 odd)
+// from `first`, the others from `second`.
+LM_API int InterlaceFields(const boost::shared_ptr<Device>& device, const void* first, int firstRowBytes,
+                           const void* second, int secondRowBytes, void* dst, int dstRowBytes,
+                           PixelFormat format, int width, int height, int firstParity);
+
+enum DeinterlaceMode : int {
+  kDeinterlace_LineDoubling = 0,  // a missing row repeats the kept row above it
+  kDeinterlace_Linear = 1,        // the mean of the kept rows above and below
+  kDeinterlace_EdgeDirected = 2,  // the mean along the direction (of five) where above and below agree best
+};
+// Keeps field `keptField` (0: the even rows, 1: the odd rows) of src and rebuilds the other by `mode`. The
+// source is read through a texture (a pitch the texture hardware cannot bind is copied to one it can first);
+// dst may be src. kResultFailed for a field or mode out of range.
+LM_API int Deinterlace(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
+                       int dstRowBytes, PixelFormat format, int width, int height, int keptField,
+                       DeinterlaceMode mode);
+
+// An affine placement: the source point `anchor` (in source pixels, from its top-left corner) lands at
+// `position` (in destination pixels), the source scaled by scaleX, scaleY about it and rotated by
+// rotationDegrees (clockwise on screen, as y grows downwards).
+struct MotionTransform {
+  float positionX = 0, positionY = 0;
+  float scaleX = 1, scaleY = 1;
+  float rotationDegrees = 0;
+  float anchorX = 0, anchorY = 0;
+};
+// Places the source into the whole destination by `transform`, transparent black where no source pixel
+// lands. Below kRenderQuality_High the filter is bilinear; from High bicubic (Catmull-Rom), and a shrink by 2
+// or more along a source axis first averages blocks of that many pixels, so that it does not alias. Exact at
+// sample positions: the identity, integer translations and quarter turns copy. kResultFailed for a NaN or
+// infinite parameter, a zero scale, or dst equal to src.
+LM_API int Motion(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, int srcWidth,
+                  int srcHeight, void* dst, int dstRowBytes, int dstWidth, int dstHeight, PixelFormat format,
+                  const MotionTransform& transform, zelmediatypes::RenderQuality quality);
+// Resizes the source to the destination's size. An unchanged height takes the horizontal-only path (nearest
+// below Medium, linear at Medium, area from High); otherwise Motion's filters by the same quality.
+LM_API int Scale(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, int srcWidth,
+                 int srcHeight, void* dst, int dstRowBytes, int dstWidth, int dstHeight, PixelFormat format,
+                 zelmediatypes::RenderQuality quality);
 
 }  // namespace LM

@@ -14,7 +14,7 @@ inline std::vector<LM::KernelSignature> CheckedKernels() {
   LM::AppendSignatures(kernels, sampleTextureKernel, pixelArithmeticKernel, familyProbe);
 #if LUMORA_CHECK_BENCH_KERNELS
   LM::AppendSignatures(kernels, packedCeilingKernels, planarCeilingKernel, compositeCeilingKernel,
-                       gaussianCeilingKernels);
+                       gaussianCeilingKernels, scaleCeilingKernel, deinterlaceCeilingKernel);
 #endif
   return kernels;
 }
