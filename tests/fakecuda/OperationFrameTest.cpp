@@ -37,7 +37,7 @@ class CUDAOperations : public testing::Test {
     folder_.Write("PTX/FamilyProbe_NVIDIA.ptx", BuiltPtx("FamilyProbe"));
     folder_.Write("PTX/PixelFormatConvert_444_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_444"));
     folder_.Write("PTX/PixelFormatConvert_420_NVIDIA.ptx", BuiltPtx("PixelFormatConvert_420"));
-    for (const char* module : {"Composite", "Accumulate", "GaussianBlur"}) {
+    for (const char* module : {"Composite", "Accumulate", "GaussianBlur", "Deinterlace"}) {
       folder_.Write(std::string("PTX/") + module + "_NVIDIA.ptx", BuiltPtx(module));
     }
     device_ = LM::Device::Create(0, 0, 0);
@@ -510,6 +510,27 @@ TEST_F(CUDAOperations, BlurLinesRunInBlocksOf32AndTheVerticalKernelPrefersShared
                              LM::kPixelFormat_GPU_BGRA_4444_32f, 2, 3, false, kBlurDirection_Both),
             LM::kResultOutOfMemory);
   fake_->fakecuda_ClearFailures();
+}
+
+// The deinterlacer binds its source as a texture; a pitch the hardware refuses (5 half pixels, 40 bytes) is
+// first copied to an aligned one (64 bytes), which is what gets bound.
+TEST_F(CUDAOperations, TheDeinterlacerBindsAnAlignedCopyOfAPitchTheTextureRefuses) {
+  alignas(512) static char source[40 * 6], destination[40 * 6];
+  ASSERT_EQ(LM::Deinterlace(device_, source, 40, destination, 40, LM::kPixelFormat_GPU_BGRA_4444_16f, 5, 6, 0,
+                            LM::kDeinterlace_Linear),
+            LM::kResultSuccess);
+  EXPECT_EQ(fake_->fakecuda_CallCount("cuMemcpy2DAsync"), 1u);
+  unsigned long long width, height, address, pitch;
+  int format;
+  unsigned channels;
+  ASSERT_EQ(fake_->fakecuda_TextureBinding("inDeinterlaceTexture", &width, &height, &format, &channels,
+                                           &address, &pitch),
+            1);
+  EXPECT_EQ((std::vector<unsigned long long>{height, pitch, channels}),
+            (std::vector<unsigned long long>{6, 64, 4}));
+  EXPECT_EQ(format, CU_AD_FORMAT_HALF);
+  FakeCUDALaunch launch = OnlyLaunch();
+  EXPECT_STREQ(launch.function, "DeinterlaceKernel");
 }
 
 TEST_F(CUDAOperations, ATextureThatCouldNotBePreparedBindsToOutOfMemory) {
