@@ -32,6 +32,7 @@ Operand Pixels(const void* buffer, int rowBytes, PixelFormat format, int width, 
 int Composite(const boost::shared_ptr<Device>& device, const void* layer, int layerRowBytes,
               const void* background, int backgroundRowBytes, void* out, int outRowBytes, PixelFormat format,
               int width, int height, float opacity, SK_BlendMode mode) {
+  if (!device) return kResultFailed;
   if (width < 1 || height < 1) return kResultSuccess;
   std::int32_t chosen = mode;
   if (chosen == kBlendMode_Dissolve && (CountsAsZero(opacity) || CountsAsOne(opacity)))
@@ -55,6 +56,7 @@ int Composite(const boost::shared_ptr<Device>& device, const void* layer, int la
 int CrossDissolve(const boost::shared_ptr<Device>& device, const void* incoming, int incomingRowBytes,
                   const void* outgoing, int outgoingRowBytes, void* dst, int dstRowBytes, PixelFormat format,
                   int width, int height, float progress, bool eased) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
   if (CountsAsZero(progress) || incoming == outgoing) {
     return FastDeviceMemcpy2D(device, outgoing, outgoingRowBytes, dst, dstRowBytes, format, width, height);
@@ -75,6 +77,7 @@ int CrossDissolve(const boost::shared_ptr<Device>& device, const void* incoming,
 
 int Accumulate(const boost::shared_ptr<Device>& device, const void** sources, const float* weights, int count,
                void* dst, int rowBytes, int offsetBytes, PixelFormat format, int width, int height) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0 || count < 1) return kResultSuccess;
   if (sources == nullptr || weights == nullptr || offsetBytes < 0) return kResultFailed;
   const int pixelBytes = GPUPixelBytes(format);
@@ -112,6 +115,7 @@ int Accumulate(const boost::shared_ptr<Device>& device, const void** sources, co
 
 int AlphaGain(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
               int dstRowBytes, PixelFormat format, int width, int height, float gain) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
   if (CountsAsZero(gain))
     return FillWithTransparentBlack(device, dst, dstRowBytes, format, 0, 0, width, height);
@@ -127,6 +131,7 @@ int AlphaGain(const boost::shared_ptr<Device>& device, const void* src, int srcR
 
 int Unpremultiply(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
                   int dstRowBytes, PixelFormat format, int width, int height, const float4& color) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
   const int pixelBytes = GPUPixelBytes(format);
   return unpremultiplyKernel.Run(

@@ -6,6 +6,7 @@ namespace LM {
 
 int FillWithColor(const boost::shared_ptr<Device>& device, const void* buffer, int rowBytes,
                   PixelFormat format, int left, int top, int width, int height, float4 color) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
   const int pixelBytes = GPUPixelBytes(format);
   return fillWithColorKernel.Run(device, width, height,

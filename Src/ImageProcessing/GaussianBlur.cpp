@@ -226,10 +226,10 @@ int GaussianBlurOnPath(const boost::shared_ptr<Device>& device, const void* sour
                        int sourceWidth, int sourceHeight, void* destination, int destinationRowBytes,
                        int destinationWidth, int destinationHeight, PixelFormat format, float sigmaX,
                        float sigmaY, bool edgeFlag, SK_BlurDirection direction, GaussianBlurPath path) {
+  if (!device) return kResultFailed;
   if (sourceWidth <= 0 || sourceHeight <= 0 || destinationWidth <= 0 || destinationHeight <= 0) {
     return kResultSuccess;
   }
-  if (!device) return kResultFailed;
   const float x =
       PassSigma(direction == kBlurDirection_Horizontal || direction == kBlurDirection_Both, sigmaX);
   const float y = PassSigma(direction == kBlurDirection_Vertical || direction == kBlurDirection_Both, sigmaY);

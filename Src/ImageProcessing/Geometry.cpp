@@ -95,6 +95,7 @@ int Place(const boost::shared_ptr<Device>& device, const void* src, int srcRowBy
 
 int FieldReverse(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
                  int dstRowBytes, PixelFormat format, int width, int height) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
   const int pixelBytes = GPUPixelBytes(format);
   return fieldReverseKernel.Run(
@@ -107,6 +108,7 @@ int FieldReverse(const boost::shared_ptr<Device>& device, const void* src, int s
 int InterlaceFields(const boost::shared_ptr<Device>& device, const void* first, int firstRowBytes,
                     const void* second, int secondRowBytes, void* dst, int dstRowBytes, PixelFormat format,
                     int width, int height, int firstParity) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
   if (firstParity != 0 && firstParity != 1) return kResultFailed;
   const int pixelBytes = GPUPixelBytes(format);
@@ -123,11 +125,10 @@ int InterlaceFields(const boost::shared_ptr<Device>& device, const void* first, 
 int Deinterlace(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
                 int dstRowBytes, PixelFormat format, int width, int height, int keptField,
                 DeinterlaceMode mode) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
-  if (!device || (keptField != 0 && keptField != 1) || mode < kDeinterlace_LineDoubling ||
-      mode > kDeinterlace_EdgeDirected) {
+  if ((keptField != 0 && keptField != 1) || mode < kDeinterlace_LineDoubling || mode > kDeinterlace_EdgeDirected)
     return kResultFailed;
-  }
   const int pixelBytes = GPUPixelBytes(format);
   if (pixelBytes == 0) return kResultUnsupported;
   const Operand operands[] = {Pixels(src, srcRowBytes, format, width, height),
@@ -157,6 +158,7 @@ int Deinterlace(const boost::shared_ptr<Device>& device, const void* src, int sr
 int Motion(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, int srcWidth,
            int srcHeight, void* dst, int dstRowBytes, int dstWidth, int dstHeight, PixelFormat format,
            const MotionTransform& t, zelmediatypes::RenderQuality quality) {
+  if (!device) return kResultFailed;
   if (dstWidth <= 0 || dstHeight <= 0) return kResultSuccess;
   if (srcWidth <= 0 || srcHeight <= 0)
     return FillWithTransparentBlack(device, dst, dstRowBytes, format, 0, 0, dstWidth, dstHeight);
@@ -186,6 +188,7 @@ int Motion(const boost::shared_ptr<Device>& device, const void* src, int srcRowB
 int Scale(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, int srcWidth,
           int srcHeight, void* dst, int dstRowBytes, int dstWidth, int dstHeight, PixelFormat format,
           zelmediatypes::RenderQuality quality) {
+  if (!device) return kResultFailed;
   if (dstWidth <= 0 || dstHeight <= 0) return kResultSuccess;
   if (srcWidth <= 0 || srcHeight <= 0)
     return FillWithTransparentBlack(device, dst, dstRowBytes, format, 0, 0, dstWidth, dstHeight);

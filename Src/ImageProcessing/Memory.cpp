@@ -37,6 +37,7 @@ int ImageTexelBytes(PixelFormat format) {
 
 int FastDeviceMemcpy2D(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
                        int dstRowBytes, PixelFormat format, int width, int height) {
+  if (!device) return kResultFailed;
   return FastDeviceMemcpy2DWithOffsets(device, src, srcRowBytes, 0, dst, dstRowBytes, 0, format, width,
                                        height);
 }
@@ -44,6 +45,7 @@ int FastDeviceMemcpy2D(const boost::shared_ptr<Device>& device, const void* src,
 int FastDeviceMemcpy2DWithOffsets(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
                                   int srcOffsetBytes, void* dst, int dstRowBytes, int dstOffsetBytes,
                                   PixelFormat format, int width, int height) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0 || src == dst) return kResultSuccess;
   const int pixelBytes = GPUPixelBytes(format);
   const bool pixels = pixelBytes != 0;
@@ -62,6 +64,7 @@ int FastDeviceMemcpy2DWithOffsets(const boost::shared_ptr<Device>& device, const
 int DeviceCopyRect(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes, void* dst,
                    int dstRowBytes, PixelFormat format, int srcLeft, int srcTop, int dstLeft, int dstTop,
                    int width, int height) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0 || src == dst) return kResultSuccess;
   const int pixelBytes = GPUPixelBytes(format);
   const bool pixels = pixelBytes != 0;

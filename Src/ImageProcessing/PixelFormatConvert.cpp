@@ -228,6 +228,7 @@ int Convert420(const boost::shared_ptr<Device>& device, const void* src, int src
 int PixelFormatConvert(const boost::shared_ptr<Device>& device, const void* src, int srcRowBytes,
                        PixelFormat srcFormat, void* dst, int dstRowBytes, PixelFormat dstFormat, int width,
                        int height, bool flipVertically) {
+  if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
   if (!word::IsDescribed(srcFormat.properties) || !word::IsDescribed(dstFormat.properties))
     return kResultFailed;
