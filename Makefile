@@ -7,7 +7,7 @@ CMAKE_ARGS ?=
 # CMake's makefiles run as sub-makes of this one and would announce every folder they enter.
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all deps configure build demo test test-sanitize bench gpu-bundle gpu-bundle-check clean
+.PHONY: all deps configure build demo test test-sanitize fuzz bench gpu-bundle gpu-bundle-check clean
 
 all: build
 
@@ -49,6 +49,18 @@ test-sanitize: deps
 	@TSAN_OPTIONS="halt_on_error=1" \
 	  ctest --test-dir $(BUILD)-tsan --output-on-failure -j $(JOBS)
 
+# The libFuzzer target, built with clang under AddressSanitizer and UndefinedBehaviorSanitizer in its own
+# build folder, run for FUZZ_SECONDS on the OpenCL device; what it finds lands in $(BUILD)-fuzz/.
+FUZZ_SECONDS ?= 60
+fuzz:
+	@bash scripts/install-deps.sh fuzz
+	@CC=clang CXX=clang++ cmake -S . -B $(BUILD)-fuzz -DCMAKE_BUILD_TYPE=Debug -DLUMORA_BUILD_BENCH=OFF \
+	  -DLUMORA_SANITIZE=address,undefined -DLUMORA_FUZZER=ON >/dev/null
+	@cmake --build $(BUILD)-fuzz -j $(JOBS) --target lumora_fuzzer
+	@mkdir -p $(BUILD)-fuzz/corpus
+	@cd $(BUILD)-fuzz && ASAN_OPTIONS=detect_leaks=1 bin/lumora_fuzzer -max_total_time=$(FUZZ_SECONDS) \
+	  -max_len=4096 -print_final_stats=1 corpus
+
 # Bandwidth on every qualified device against the memcpy references, then the host-side costs on the fake
 # CUDA driver.
 bench: configure
@@ -57,7 +69,7 @@ bench: configure
 	@$(BUILD)/bin/lumora_host_bench --benchmark_out=$(BUILD)/bench-host-results.json --benchmark_out_format=json
 
 clean:
-	@rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan build-release
+	@rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-fuzz build-release
 
 # The GPU check (docs/gpu-check.md): a Release build gathered with every library it needs into
 # build/gpu-bundle/, for a machine with an NVIDIA driver and nothing else of ours; and that bundle run here,

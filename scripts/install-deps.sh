@@ -13,6 +13,10 @@ packages=(
   clang-format
   libpng-dev
 )
+# `make fuzz` builds its libFuzzer target with clang and its fuzzer runtime.
+if [[ "${1:-}" == "fuzz" ]]; then
+  packages+=(clang libclang-rt-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -34,8 +34,14 @@ class FrameBase {
   Guid guid_;
 };
 
-// Stands in for IGPUVideoFrame in host frames, which have no identity interface.
-class NoIdentity {};
+// Stands in for IGPUVideoFrame in host frames, which answer no identity interface but keep the same
+// functions, so that both kinds override one declaration.
+class NoIdentity {
+ public:
+  virtual ~NoIdentity() = default;
+  virtual Guid GetGuid() const = 0;
+  virtual void SetGuid(const Guid& guid) = 0;
+};
 
 template <bool kGPU>
 class LibraryFrame : public FK::VideoFrameTemplate<FrameBase>,
@@ -93,8 +99,8 @@ class LibraryFrame : public FK::VideoFrameTemplate<FrameBase>,
     return Clear(FillWithTransparentBlack, SK_FillWithTransparentWhite);
   }
 
-  zelcore::utility::Guid GetGuid() const { return guid_; }
-  void SetGuid(const zelcore::utility::Guid& guid) { guid_ = guid; }
+  zelcore::utility::Guid GetGuid() const override { return guid_; }
+  void SetGuid(const zelcore::utility::Guid& guid) override { guid_ = guid; }
 
   void* GetBaseAddress() const override { return memory_; }
   std::size_t GetDataSize() const override {

@@ -108,6 +108,16 @@ struct KernelFamilyOptions {
   // compute capability 2.0 and up.
   bool preferSharedMemory = false;
 
+ private:
+  // Defined before the setters that use it, so that they are constant expressions wherever they are called.
+  template <class T>
+  constexpr KernelFamilyOptions With(T KernelFamilyOptions::*field, T value) const {
+    KernelFamilyOptions options = *this;
+    options.*field = value;
+    return options;
+  }
+
+ public:
   constexpr KernelFamilyOptions OpenCLOnly() const {
     return With(&KernelFamilyOptions::frameworks, KernelFrameworks::kOpenCLOnly);
   }
@@ -124,13 +134,6 @@ struct KernelFamilyOptions {
     return With(&KernelFamilyOptions::preferSharedMemory, true);
   }
 
- private:
-  template <class T>
-  constexpr KernelFamilyOptions With(T KernelFamilyOptions::*field, T value) const {
-    KernelFamilyOptions options = *this;
-    options.*field = value;
-    return options;
-  }
 };
 
 // One kernel as the kernel check sees it.

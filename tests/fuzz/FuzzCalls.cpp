@@ -417,6 +417,16 @@ const EntryPoint kEntryPoints[] = {
                 d);
      }},
     {"DropFrame", [](State& s, FuzzBytes& in) { s.Slot(in) = Frame(); }},
+    {"ClearFrame",
+     [](State& s, FuzzBytes& in) {
+       const auto clearable = OXR::Query<TQ::IVideoFrameClearable>(s.AnyFrame(in));
+       if (!clearable) return;
+       int (TQ::IVideoFrameClearable::*const clears[])() = {
+           &TQ::IVideoFrameClearable::ClearToOpaqueBlack, &TQ::IVideoFrameClearable::ClearToOpaqueWhite,
+           &TQ::IVideoFrameClearable::ClearToTransparentBlack,
+           &TQ::IVideoFrameClearable::ClearToTransparentWhite};
+       s.Expect("ClearFrame", (clearable.Get()->*clears[in.Below(4)])(), s.device);
+     }},
     {"ConvertFrame",
      [](State& s, FuzzBytes& in) {
        s.Expect("ConvertFrame", LM::ConvertFrame(s.AnyFrame(in), s.AnyFrame(in), in.Below(2) == 1), s.device);
@@ -609,8 +619,10 @@ FuzzSession::FuzzSession(const DevicePtr& device) : state_(new State) {
   for (const std::size_t bytes : kBufferBytes) {
     GuardedBuffer guarded;
     guarded.bytes = bytes;
-    guarded.host = static_cast<std::uint8_t*>(std::aligned_alloc(kGuardBytes, bytes + 3 * kGuardBytes));
-    std::memset(guarded.host, kGuardByte, bytes + 3 * kGuardBytes);
+    // aligned_alloc takes whole multiples of the alignment; the body starts one guard in.
+    const std::size_t allocated = (bytes + 3 * kGuardBytes) / kGuardBytes * kGuardBytes;
+    guarded.host = static_cast<std::uint8_t*>(std::aligned_alloc(kGuardBytes, allocated));
+    std::memset(guarded.host, kGuardByte, allocated);
     for (std::size_t i = 0; i < bytes; ++i) guarded.host[kGuardBytes + i] = static_cast<std::uint8_t>(i * 7);
     cl_int error = CL_SUCCESS;
     guarded.buffer = clCreateBuffer(context, CL_MEM_READ_WRITE | CL_MEM_USE_HOST_PTR, bytes,
