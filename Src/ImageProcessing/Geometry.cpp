@@ -127,7 +127,8 @@ int Deinterlace(const boost::shared_ptr<Device>& device, const void* src, int sr
                 DeinterlaceMode mode) {
   if (!device) return kResultFailed;
   if (width <= 0 || height <= 0) return kResultSuccess;
-  if ((keptField != 0 && keptField != 1) || mode < kDeinterlace_LineDoubling || mode > kDeinterlace_EdgeDirected)
+  if ((keptField != 0 && keptField != 1) || mode < kDeinterlace_LineDoubling ||
+      mode > kDeinterlace_EdgeDirected)
     return kResultFailed;
   const int pixelBytes = GPUPixelBytes(format);
   if (pixelBytes == 0) return kResultUnsupported;

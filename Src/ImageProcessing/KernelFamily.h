@@ -133,7 +133,6 @@ struct KernelFamilyOptions {
   constexpr KernelFamilyOptions PreferSharedMemory() const {
     return With(&KernelFamilyOptions::preferSharedMemory, true);
   }
-
 };
 
 // One kernel as the kernel check sees it.
