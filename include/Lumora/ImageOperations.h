@@ -1,7 +1,8 @@
 // Image operations on raw device buffers: a device pointer (a CUDA device address or an OpenCL buffer), a
 // row pitch in bytes, a pixel format and a rectangle. Each enqueues a GPU kernel on the device's command
-// queue and returns a result code (Lumora/Results.h) without waiting. A width or height that is not
-// positive is success with nothing done. Call them while holding the device's exclusive access.
+// queue and returns a result code (Lumora/Results.h) without waiting. A null device is kResultFailed; then a
+// width or height that is not positive is success with nothing done. Call them while holding the device's
+// exclusive access.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
