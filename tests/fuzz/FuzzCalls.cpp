@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "ForeignFrame.h"
@@ -193,96 +194,71 @@ struct EntryPoint {
   void (*call)(State&, FuzzBytes&);
 };
 
-// Calls `fill` (one of the five fills) with drawn arguments.
-template <class Fill>
-void CallFill(State& s, FuzzBytes& in, const char* name, Fill fill) {
-  const DevicePtr device = s.Device(in);
-  s.Expect(name,
-           fill(device, s.Buffer(in), s.Pitch(in), s.Format(in), s.Size(in) - 4, s.Size(in) - 4, s.Size(in),
-                s.Size(in)),
-           device);
-}
-
-#define LM_FUZZ_FILL(Name)                                                             \
-  {                                                                                    \
-#Name, [](State& s, FuzzBytes& in) {                                                 \
-     CallFill(s, in, #Name, [](const DevicePtr& d, void* b, int p, LM::PixelFormat f, int l, int t, int w, \
-                               int h) { return LM::Name(d, b, p, f, l, t, w, h); });   \
+// The arguments are drawn inside a braced list, which C++ evaluates left to right, so that one stream gives
+// the same call from every compiler.
+// A raw-buffer operation: the device (or none), then the drawn arguments.
+#define LM_FUZZ_OPERATION(Function, ...)                                             \
+  {                                                                                  \
+#Function, [](State& s, FuzzBytes& in) {                                           \
+     const DevicePtr d = s.Device(in);                                                \
+     const auto args = std::tuple{d, __VA_ARGS__};                                    \
+     s.Expect(#Function, std::apply([](const auto&... a) { return LM::Function(a...); }, args), d); \
    } \
   }
+// An operation on frames, which finds its device in them.
+#define LM_FUZZ_FRAMES(Label, Function, ...)                                                            \
+  {                                                                                                     \
+    Label, [](State& s, FuzzBytes& in) {                                                                \
+      const auto args = std::tuple{__VA_ARGS__};                                                        \
+      s.Expect(Label, std::apply([](const auto&... a) { return LM::Function(a...); }, args), s.device); \
+    }                                                                                                   \
+  }
+// A transfer that makes a frame: kept in a slot.
+#define LM_FUZZ_MAKER(Function, ...)                                                        \
+  {                                                                                         \
+#Function, [](State& s, FuzzBytes& in) {                                                  \
+     const DevicePtr d = s.Device(in);                                                       \
+     const auto args = std::tuple{d, __VA_ARGS__};                                           \
+     const Frame made = std::apply([](const auto&... a) { return LM::Function(a...); }, args); \
+     s.ExpectEmpty(#Function, made, d);                                                      \
+     s.Slot(in) = made;                                                                      \
+   } \
+  }
+// A frame factory, into a slot.
+#define LM_FUZZ_CREATE(Function)                                                                       \
+  {                                                                                                    \
+#Function, [](State& s, FuzzBytes& in) {                                                             \
+     const DevicePtr d = s.Device(in);                                                                  \
+     Frame& slot = s.Slot(in);                                                                          \
+     const auto args = std::tuple{d,           s.FrameFormat(in), s.Side(in), s.Side(in), s.Aspect(in), \
+                                  s.Enum<zelmediatypes::FieldType>(in, 3), OXR::ParamPoint<CPoint>{s.Int(in), s.Int(in)}}; \
+     s.Expect(#Function, std::apply([&slot](const auto&... a) { return LM::Function(slot, a...); }, args), d); \
+   } \
+  }
+#define LM_FUZZ_RECT s.Size(in) - 4, s.Size(in) - 4, s.Size(in), s.Size(in)
+#define LM_FUZZ_FILL(Function) \
+  LM_FUZZ_OPERATION(Function, s.Buffer(in), s.Pitch(in), s.Format(in), LM_FUZZ_RECT)
 
 const EntryPoint kEntryPoints[] = {
-    {"FillWithColor",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("FillWithColor",
-                LM::FillWithColor(d, s.Buffer(in), s.Pitch(in), s.Format(in), s.Size(in) - 4, s.Size(in) - 4,
-                                  s.Size(in), s.Size(in), s.Colour(in)),
-                d);
-     }},
+    LM_FUZZ_OPERATION(FillWithColor, s.Buffer(in), s.Pitch(in), s.Format(in), LM_FUZZ_RECT, s.Colour(in)),
     LM_FUZZ_FILL(FillWithOpaqueBlack),
     LM_FUZZ_FILL(FillWithTransparentBlack),
     LM_FUZZ_FILL(FillWithOpaqueWhite),
     LM_FUZZ_FILL(FillWithTransparentWhite),
-    {"FastDeviceMemcpy2D",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("FastDeviceMemcpy2D",
-                LM::FastDeviceMemcpy2D(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
-                                       s.Size(in), s.Size(in)),
-                d);
-     }},
-    {"FastDeviceMemcpy2DWithOffsets",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect(
-           "FastDeviceMemcpy2DWithOffsets",
-           LM::FastDeviceMemcpy2DWithOffsets(d, s.Buffer(in), s.Pitch(in), s.Int(in), s.Buffer(in),
-                                             s.Pitch(in), s.Int(in), s.Format(in), s.Size(in), s.Size(in)),
-           d);
-     }},
-    {"DeviceCopyRect",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("DeviceCopyRect",
-                LM::DeviceCopyRect(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
-                                   s.Size(in), s.Size(in), s.Size(in), s.Size(in), s.Size(in), s.Size(in)),
-                d);
-     }},
-    {"CopyBufferToImage",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("CopyBufferToImage",
-                LM::CopyBufferToImage(d, s.Buffer(in), s.Int(in) & ~15, s.Pitch(in), s.Buffer(in),
-                                      s.Format(in), s.Size(in), s.Size(in)),
-                d);
-     }},
-    {"PixelFormatConvert",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("PixelFormatConvert",
-                LM::PixelFormatConvert(d, s.Buffer(in), s.Pitch(in), s.Format(in), s.Buffer(in), s.Pitch(in),
-                                       s.Format(in), s.Size(in), s.Size(in), in.Below(2) == 1),
-                d);
-     }},
-    {"Composite",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect(
-           "Composite",
-           LM::Composite(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in),
-                         s.Format(in), s.Size(in), s.Size(in), s.Float(in), s.Enum<SK_BlendMode>(in, 27)),
-           d);
-     }},
-    {"CrossDissolve",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("CrossDissolve",
-                LM::CrossDissolve(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Buffer(in),
-                                  s.Pitch(in), s.Format(in), s.Size(in), s.Size(in), s.Float(in),
-                                  in.Below(2) == 1),
-                d);
-     }},
+    LM_FUZZ_OPERATION(FastDeviceMemcpy2D, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
+                      s.Size(in), s.Size(in)),
+    LM_FUZZ_OPERATION(FastDeviceMemcpy2DWithOffsets, s.Buffer(in), s.Pitch(in), s.Int(in), s.Buffer(in),
+                      s.Pitch(in), s.Int(in), s.Format(in), s.Size(in), s.Size(in)),
+    LM_FUZZ_OPERATION(DeviceCopyRect, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
+                      s.Size(in), s.Size(in), s.Size(in), s.Size(in), s.Size(in), s.Size(in)),
+    LM_FUZZ_OPERATION(CopyBufferToImage, s.Buffer(in), s.Int(in) & ~15, s.Pitch(in), s.Buffer(in), s.Format(in),
+                      s.Size(in), s.Size(in)),
+    LM_FUZZ_OPERATION(PixelFormatConvert, s.Buffer(in), s.Pitch(in), s.Format(in), s.Buffer(in), s.Pitch(in),
+                      s.Format(in), s.Size(in), s.Size(in), in.Below(2) == 1),
+    LM_FUZZ_OPERATION(Composite, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in),
+                      s.Format(in), s.Size(in), s.Size(in), s.Float(in), s.Enum<SK_BlendMode>(in, 27)),
+    LM_FUZZ_OPERATION(CrossDissolve, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Buffer(in),
+                      s.Pitch(in), s.Format(in), s.Size(in), s.Size(in), s.Float(in), in.Below(2) == 1),
     {"Accumulate",
      [](State& s, FuzzBytes& in) {
        const DevicePtr d = s.Device(in);
@@ -293,129 +269,56 @@ const EntryPoint kEntryPoints[] = {
          weights[i] = s.Float(in);
        }
        const int count = in.Below(4) == 0 ? -static_cast<int>(in.Below(3)) : static_cast<int>(in.Below(21));
-       s.Expect(
-           "Accumulate",
-           LM::Accumulate(d, in.Below(10) == 0 ? nullptr : sources, in.Below(10) == 0 ? nullptr : weights,
-                          count, s.Buffer(in), s.Pitch(in), s.Int(in), s.Format(in), s.Size(in), s.Size(in)),
-           d);
-     }},
-    {"AlphaGain",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("AlphaGain",
-                LM::AlphaGain(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
-                              s.Size(in), s.Size(in), s.Float(in)),
+       const auto args = std::tuple{in.Below(10) == 0 ? nullptr : sources, in.Below(10) == 0 ? nullptr : weights,
+                                    s.Buffer(in), s.Pitch(in), s.Int(in), s.Format(in), s.Size(in), s.Size(in)};
+       s.Expect("Accumulate",
+                LM::Accumulate(d, std::get<0>(args), std::get<1>(args), count, std::get<2>(args), std::get<3>(args),
+                               std::get<4>(args), std::get<5>(args), std::get<6>(args), std::get<7>(args)),
                 d);
      }},
-    {"Unpremultiply",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("Unpremultiply",
-                LM::Unpremultiply(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
-                                  s.Size(in), s.Size(in), s.Colour(in)),
-                d);
-     }},
-    {"GaussianBlur",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("GaussianBlur",
-                LM::GaussianBlur(d, s.Buffer(in), s.Pitch(in), s.Size(in), s.Size(in), s.Buffer(in),
-                                 s.Pitch(in), s.Size(in), s.Size(in), s.Format(in), s.Float(in), s.Float(in),
-                                 in.Below(2) == 1, s.Enum<SK_BlurDirection>(in, 4)),
-                d);
-     }},
-    {"FieldReverse",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("FieldReverse",
-                LM::FieldReverse(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
-                                 s.Size(in), s.Size(in)),
-                d);
-     }},
-    {"InterlaceFields",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("InterlaceFields",
-                LM::InterlaceFields(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Buffer(in),
-                                    s.Pitch(in), s.Format(in), s.Size(in), s.Size(in), s.Enum<int>(in, 2)),
-                d);
-     }},
-    {"Deinterlace",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect(
-           "Deinterlace",
-           LM::Deinterlace(d, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in), s.Size(in),
-                           s.Size(in), s.Enum<int>(in, 2), s.Enum<LM::DeinterlaceMode>(in, 3)),
-           d);
-     }},
-    {"Motion",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       LM::MotionTransform transform;
-       transform.positionX = s.Float(in);
-       transform.positionY = s.Float(in);
-       transform.anchorX = s.Float(in);
-       transform.anchorY = s.Float(in);
-       transform.scaleX = s.Float(in);
-       transform.scaleY = s.Float(in);
-       transform.rotationDegrees = s.Float(in);
-       s.Expect("Motion",
-                LM::Motion(d, s.Buffer(in), s.Pitch(in), s.Size(in), s.Size(in), s.Buffer(in), s.Pitch(in),
-                           s.Size(in), s.Size(in), s.Format(in), transform, s.Quality(in)),
-                d);
-     }},
-    {"Scale",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       s.Expect("Scale",
-                LM::Scale(d, s.Buffer(in), s.Pitch(in), s.Size(in), s.Size(in), s.Buffer(in), s.Pitch(in),
-                          s.Size(in), s.Size(in), s.Format(in), s.Quality(in)),
-                d);
-     }},
+    LM_FUZZ_OPERATION(AlphaGain, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in), s.Size(in),
+                      s.Size(in), s.Float(in)),
+    LM_FUZZ_OPERATION(Unpremultiply, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
+                      s.Size(in), s.Size(in), s.Colour(in)),
+    LM_FUZZ_OPERATION(GaussianBlur, s.Buffer(in), s.Pitch(in), s.Size(in), s.Size(in), s.Buffer(in), s.Pitch(in),
+                      s.Size(in), s.Size(in), s.Format(in), s.Float(in), s.Float(in), in.Below(2) == 1,
+                      s.Enum<SK_BlurDirection>(in, 4)),
+    LM_FUZZ_OPERATION(FieldReverse, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in),
+                      s.Size(in), s.Size(in)),
+    LM_FUZZ_OPERATION(InterlaceFields, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Buffer(in),
+                      s.Pitch(in), s.Format(in), s.Size(in), s.Size(in), s.Enum<int>(in, 2)),
+    LM_FUZZ_OPERATION(Deinterlace, s.Buffer(in), s.Pitch(in), s.Buffer(in), s.Pitch(in), s.Format(in), s.Size(in),
+                      s.Size(in), s.Enum<int>(in, 2), s.Enum<LM::DeinterlaceMode>(in, 3)),
+    LM_FUZZ_OPERATION(Motion, s.Buffer(in), s.Pitch(in), s.Size(in), s.Size(in), s.Buffer(in), s.Pitch(in),
+                      s.Size(in), s.Size(in), s.Format(in),
+                      LM::MotionTransform{s.Float(in), s.Float(in), s.Float(in), s.Float(in), s.Float(in),
+                                          s.Float(in), s.Float(in)},
+                      s.Quality(in)),
+    LM_FUZZ_OPERATION(Scale, s.Buffer(in), s.Pitch(in), s.Size(in), s.Size(in), s.Buffer(in), s.Pitch(in),
+                      s.Size(in), s.Size(in), s.Format(in), s.Quality(in)),
     {"BindTexture",
      [](State& s, FuzzBytes& in) {
        const DevicePtr d = s.Device(in);
-       LM::Texture texture = LM::LoadTexture(d, "Deinterlace", "inDeinterlaceTexture",
-                                             CU_TR_ADDRESS_MODE_CLAMP, CU_TR_FILTER_MODE_POINT, s.Format(in));
-       void* base = s.Buffer(in);
-       const void* data = base == nullptr ? nullptr : static_cast<const char*>(base) + s.Size(in) * 16;
-       s.Expect("BindTexture",
-                LM::BindTexture(d, texture, base, data, s.Pitch(in), s.Size(in), s.Size(in), s.Format(in)),
-                d);
+       const auto [textureFormat, base, offset, pitch, width, height, format] =
+           std::tuple{s.Format(in), s.Buffer(in), s.Size(in) * 16, s.Pitch(in), s.Size(in), s.Size(in), s.Format(in)};
+       LM::Texture texture = LM::LoadTexture(d, "Deinterlace", "inDeinterlaceTexture", CU_TR_ADDRESS_MODE_CLAMP,
+                                             CU_TR_FILTER_MODE_POINT, textureFormat);
+       const void* data = base == nullptr ? nullptr : static_cast<const char*>(base) + offset;
+       s.Expect("BindTexture", LM::BindTexture(d, texture, base, data, pitch, width, height, format), d);
      }},
     {"AlignPlaneForTexture",
      [](State& s, FuzzBytes& in) {
        const DevicePtr d = s.Device(in);
        LM::TexturePlane& plane = s.planes[in.Below(2)];
        LM::ReleaseTexturePlane(s.device, &plane, boost::shared_ptr<LM::Event>());
-       void* base = s.Buffer(in);
-       const void* data = base == nullptr ? nullptr : static_cast<const char*>(base) + s.Size(in);
-       s.Expect(
-           "AlignPlaneForTexture",
-           LM::AlignPlaneForTexture(d, base, data, s.Pitch(in), s.Size(in), s.Size(in), s.Format(in), &plane),
-           d);
-     }},
-    {"CreateGPUVideoFrame",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       Frame& slot = s.Slot(in);
-       s.Expect("CreateGPUVideoFrame",
-                LM::CreateGPUVideoFrame(slot, d, s.FrameFormat(in), s.Side(in), s.Side(in), s.Aspect(in),
-                                        s.Enum<zelmediatypes::FieldType>(in, 3),
-                                        OXR::ParamPoint<CPoint>(s.Int(in), s.Int(in))),
+       const auto [base, offset, pitch, width, height, format] =
+           std::tuple{s.Buffer(in), s.Size(in), s.Pitch(in), s.Size(in), s.Size(in), s.Format(in)};
+       const void* data = base == nullptr ? nullptr : static_cast<const char*>(base) + offset;
+       s.Expect("AlignPlaneForTexture", LM::AlignPlaneForTexture(d, base, data, pitch, width, height, format, &plane),
                 d);
      }},
-    {"CreateHostMemoryVideoFrame",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       Frame& slot = s.Slot(in);
-       s.Expect("CreateHostMemoryVideoFrame",
-                LM::CreateHostMemoryVideoFrame(slot, d, s.FrameFormat(in), s.Side(in), s.Side(in),
-                                               s.Aspect(in), s.Enum<zelmediatypes::FieldType>(in, 3),
-                                               OXR::ParamPoint<CPoint>(s.Int(in), s.Int(in))),
-                d);
-     }},
+    LM_FUZZ_CREATE(CreateGPUVideoFrame),
+    LM_FUZZ_CREATE(CreateHostMemoryVideoFrame),
     {"DropFrame", [](State& s, FuzzBytes& in) { s.Slot(in) = Frame(); }},
     {"ClearFrame",
      [](State& s, FuzzBytes& in) {
@@ -427,75 +330,25 @@ const EntryPoint kEntryPoints[] = {
            &TQ::IVideoFrameClearable::ClearToTransparentWhite};
        s.Expect("ClearFrame", (clearable.Get()->*clears[in.Below(4)])(), s.device);
      }},
-    {"ConvertFrame",
-     [](State& s, FuzzBytes& in) {
-       s.Expect("ConvertFrame", LM::ConvertFrame(s.AnyFrame(in), s.AnyFrame(in), in.Below(2) == 1), s.device);
-     }},
-    {"CompositeFrames",
-     [](State& s, FuzzBytes& in) {
-       s.Expect("Composite (frames)",
-                LM::Composite(s.AnyFrame(in), s.AnyFrame(in), s.AnyFrame(in), s.Float(in),
-                              s.Enum<SK_BlendMode>(in, 27)),
-                s.device);
-     }},
-    {"DeinterlaceFrame",
-     [](State& s, FuzzBytes& in) {
-       s.Expect("DeinterlaceFrame",
-                LM::DeinterlaceFrame(s.AnyFrame(in), s.AnyFrame(in), s.Enum<LM::DeinterlaceMode>(in, 3)),
-                s.device);
-     }},
-    {"InterlaceFrames",
-     [](State& s, FuzzBytes& in) {
-       s.Expect("InterlaceFrames", LM::InterlaceFrames(s.AnyFrame(in), s.AnyFrame(in), s.AnyFrame(in)),
-                s.device);
-     }},
-    {"UnpremultiplyFrame",
-     [](State& s, FuzzBytes& in) {
-       s.Expect("UnpremultiplyFrame", LM::UnpremultiplyFrame(s.AnyFrame(in), s.AnyFrame(in), s.Colour(in)),
-                s.device);
-     }},
-    {"AllocateHostFrameForUpload",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       const Frame made = LM::AllocateHostFrameForUpload(d, s.AnyFrame(in), s.Quality(in), s.Rect(in));
-       s.ExpectEmpty("AllocateHostFrameForUpload", made, d);
-       s.Slot(in) = made;
-     }},
-    {"CopyToHostFrame",
-     [](State& s, FuzzBytes& in) {
-       s.Expect("CopyToHostFrame", LM::CopyToHostFrame(s.AnyFrame(in), s.AnyFrame(in), s.Quality(in)),
-                s.device);
-     }},
-    {"CopyToDevice",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       const Frame made = LM::CopyToDevice(d, s.AnyFrame(in), s.Rect(in), in.Below(2) == 1);
-       s.ExpectEmpty("CopyToDevice", made, d);
-       s.Slot(in) = made;
-     }},
-    {"UploadFrameImmediate",
-     [](State& s, FuzzBytes& in) {
-       const DevicePtr d = s.Device(in);
-       const Frame made =
-           LM::UploadFrameImmediate(d, s.AnyFrame(in), s.Format(in), s.Quality(in), s.Rect(in));
-       s.ExpectEmpty("UploadFrameImmediate", made, d);
-       s.Slot(in) = made;
-     }},
+    LM_FUZZ_FRAMES("ConvertFrame", ConvertFrame, s.AnyFrame(in), s.AnyFrame(in), in.Below(2) == 1),
+    LM_FUZZ_FRAMES("Composite (frames)", Composite, s.AnyFrame(in), s.AnyFrame(in), s.AnyFrame(in), s.Float(in),
+                   s.Enum<SK_BlendMode>(in, 27)),
+    LM_FUZZ_FRAMES("DeinterlaceFrame", DeinterlaceFrame, s.AnyFrame(in), s.AnyFrame(in),
+                   s.Enum<LM::DeinterlaceMode>(in, 3)),
+    LM_FUZZ_FRAMES("InterlaceFrames", InterlaceFrames, s.AnyFrame(in), s.AnyFrame(in), s.AnyFrame(in)),
+    LM_FUZZ_FRAMES("UnpremultiplyFrame", UnpremultiplyFrame, s.AnyFrame(in), s.AnyFrame(in), s.Colour(in)),
+    LM_FUZZ_FRAMES("CopyToHostFrame", CopyToHostFrame, s.AnyFrame(in), s.AnyFrame(in), s.Quality(in)),
+    LM_FUZZ_FRAMES("CopyFrame", CopyFrame, s.AnyFrame(in), s.AnyFrame(in), s.Quality(in)),
+    LM_FUZZ_FRAMES("CopyFrameRect", CopyFrameRect, s.AnyFrame(in), s.Rect(in), s.AnyFrame(in), s.AnyFrame(in),
+                   s.Quality(in)),
+    LM_FUZZ_MAKER(AllocateHostFrameForUpload, s.AnyFrame(in), s.Quality(in), s.Rect(in)),
+    LM_FUZZ_MAKER(CopyToDevice, s.AnyFrame(in), s.Rect(in), in.Below(2) == 1),
+    LM_FUZZ_MAKER(UploadFrameImmediate, s.AnyFrame(in), s.Format(in), s.Quality(in), s.Rect(in)),
     {"ReadBackFrame",
      [](State& s, FuzzBytes& in) {
-       s.Slot(in) =
-           LM::ReadBackFrame(s.AnyFrame(in), s.Format(in), s.Rect(in), s.Aspect(in),
-                             s.Enum<zelmediatypes::FieldType>(in, 3), s.Quality(in), in.Below(2) == 1);
-     }},
-    {"CopyFrame",
-     [](State& s, FuzzBytes& in) {
-       s.Expect("CopyFrame", LM::CopyFrame(s.AnyFrame(in), s.AnyFrame(in), s.Quality(in)), s.device);
-     }},
-    {"CopyFrameRect",
-     [](State& s, FuzzBytes& in) {
-       s.Expect("CopyFrameRect",
-                LM::CopyFrameRect(s.AnyFrame(in), s.Rect(in), s.AnyFrame(in), s.AnyFrame(in), s.Quality(in)),
-                s.device);
+       const auto args = std::tuple{s.AnyFrame(in), s.Format(in), s.Rect(in), s.Aspect(in),
+                                    s.Enum<zelmediatypes::FieldType>(in, 3), s.Quality(in), in.Below(2) == 1};
+       s.Slot(in) = std::apply([](const auto&... a) { return LM::ReadBackFrame(a...); }, args);
      }},
     {"FrameCache",
      [](State& s, FuzzBytes& in) {
@@ -535,7 +388,10 @@ const EntryPoint kEntryPoints[] = {
            }
            break;
          case 1:
-           if (block == nullptr) block = owner->Allocate(s.Int(in), s.Int(in), s.Format(in), nullptr);
+           if (block == nullptr) {
+             const auto [width, height, format] = std::tuple{s.Int(in), s.Int(in), s.Format(in)};
+             block = owner->Allocate(width, height, format, nullptr);
+           }
            break;
          case 2:
            owner->Release(block, in.Below(2) == 0 ? boost::shared_ptr<LM::Event>()
@@ -609,6 +465,11 @@ const EntryPoint kEntryPoints[] = {
 };
 
 #undef LM_FUZZ_FILL
+#undef LM_FUZZ_RECT
+#undef LM_FUZZ_CREATE
+#undef LM_FUZZ_MAKER
+#undef LM_FUZZ_FRAMES
+#undef LM_FUZZ_OPERATION
 
 }  // namespace
 

@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr std::size_t kCalls = 100000;
-constexpr double kSeconds = 40;
+constexpr std::size_t kCalls = 50000;
+constexpr double kSeconds = 30;
 constexpr std::size_t kBytesPerCall = 128;
 
 class Fuzz : public EveryDevice {};
