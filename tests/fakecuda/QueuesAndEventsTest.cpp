@@ -111,7 +111,7 @@ TEST_F(CUDAQueues, EventQueriesStopOnceAnEventIsCompleteOrItsQueryFailed) {
   EXPECT_EQ(fake_->fakecuda_CallCount("cuEventQuery"), 3u);
 }
 
-TEST_F(CUDAQueues, WaitingForACompleteEventIssuesNothing) {
+TEST_F(CUDAQueues, WaitingForACompleteEventEnqueuesNothing) {
   boost::shared_ptr<LM::Event> complete = queue_->RecordEvent();
   ASSERT_TRUE(complete->IsComplete());
   fake_->fakecuda_ClearCallLog();

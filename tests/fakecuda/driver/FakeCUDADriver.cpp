@@ -63,12 +63,6 @@ struct Texture {
   std::string name;
 };
 
-struct TextureBinding {
-  CUDA_ARRAY_DESCRIPTOR descriptor = {};
-  CUdeviceptr address = 0;
-  std::size_t pitch = 0;
-};
-
 struct Module {
   // Cleared by cuModuleUnload; the memory is kept, so a stale handle is refused rather than read after free.
   bool loaded = true;
@@ -104,7 +98,8 @@ struct State {
   int currentDepth = 0;                          // contexts current, summed over all threads
   std::map<CUevent, std::unique_ptr<Event>> events;
   std::vector<std::unique_ptr<Module>> modules;
-  std::map<std::string, TextureBinding> textureBindings;  // the last of any texture (""), and of each name
+  std::map<std::string, FakeCUDATextureBinding>
+      textureBindings;  // the last of any texture (""), and of each name
   std::uintptr_t nextHandle = 0x1000;
 
   void UpdateIdle() { idle = !recording && failures.empty() && !failureAt.armed; }
@@ -606,8 +601,9 @@ CUresult Impl_cuTexRefSetAddress2D(CUtexref handle, const CUDA_ARRAY_DESCRIPTOR*
     return CUDA_ERROR_INVALID_VALUE;
   }
   texture->bound = true;
-  state.textureBindings[""] = state.textureBindings[texture->name] =
-      TextureBinding{*descriptor, address, pitch};
+  state.textureBindings[""] = state.textureBindings[texture->name] = {
+      descriptor->Width,      descriptor->Height, address, pitch, static_cast<int>(descriptor->Format),
+      descriptor->NumChannels};
   return CUDA_SUCCESS;
 }
 
@@ -687,8 +683,6 @@ FAKECUDA_API int fakecuda_TextureBinding(const char* name, FakeCUDATextureBindin
   Lock lock(TheState().mutex);
   const auto found = TheState().textureBindings.find(name != nullptr ? name : "");
   if (found == TheState().textureBindings.end() || out == nullptr) return 0;
-  const auto& [descriptor, address, pitch] = found->second;
-  *out = {descriptor.Width,      descriptor.Height, address, pitch, static_cast<int>(descriptor.Format),
-          descriptor.NumChannels};
+  *out = found->second;
   return 1;
 }
