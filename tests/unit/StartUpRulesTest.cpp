@@ -1,10 +1,12 @@
-// What start-up and the device suite decide without any device: the debug switches, the suite's refusal of
-// bad indices and null outputs, and the OpenCL entry points when no runtime, or no OpenCL library, is
-// there. Each test runs in its own process, so each sees the entry points' first use.
+// What start-up and the device suite decide without any device: device identity from runtime texts and
+// numbers, the debug switches, the suite's refusal of bad indices and null outputs, and the OpenCL entry
+// points when no runtime, or no OpenCL library, is there. Each test runs in its own process, so each sees
+// the entry points' first use.
 #include <gtest/gtest.h>
 #include <zelcore/Debug.h>
 
 #include "Devices/Configuration.h"
+#include "Devices/DeviceIdentity.h"
 #include "Devices/DeviceSuite.h"
 #include "Lumora/DeviceSuite.h"
 #include "Lumora/Lifecycle.h"
@@ -15,6 +17,42 @@ namespace {
 
 zelcore::debug::DebugDatabase& Database() {
   return zelcore::debug::DebugDatabase::Instance();
+}
+
+// Apple first, then by the vendor's own words, case-sensitive.
+TEST(DeviceIdentity, VendorsAreClassifiedAppleFirst) {
+  const std::pair<const char*, LM::Vendor> cases[] = {{"Apple", LM::kVendor_Apple},
+                                                      {"Apple (AMD Radeon)", LM::kVendor_Apple},
+                                                      {"NVIDIA Corporation, for Apple", LM::kVendor_Apple},
+                                                      {"Advanced Micro Devices, Inc.", LM::kVendor_AMD},
+                                                      {"AMD", LM::kVendor_AMD},
+                                                      {"Intel(R) Corporation", LM::kVendor_Intel},
+                                                      {"GenuineIntel", LM::kVendor_Intel},
+                                                      {"NVIDIA Corporation", LM::kVendor_NVIDIA},
+                                                      {"nvidia", LM::kVendor_Unknown},
+                                                      {"", LM::kVendor_Unknown}};
+  for (const auto& [text, vendor] : cases) EXPECT_EQ(LM::ClassifyVendor(text), vendor) << text;
+}
+
+// Capabilities put the minor behind the decimal point; version texts give their first major.minor pair,
+// and an overlong number is no version.
+TEST(DeviceIdentity, CapabilitiesAndVersionTexts) {
+  EXPECT_DOUBLE_EQ(LM::CapabilityFromVersion(2, 0), 2.0);
+  EXPECT_DOUBLE_EQ(LM::CapabilityFromVersion(2, 1), 2.1);
+  EXPECT_DOUBLE_EQ(LM::CapabilityFromVersion(1, 3), 1.3);
+  EXPECT_DOUBLE_EQ(LM::CapabilityFromVersion(3, 10), 3.1);
+  EXPECT_DOUBLE_EQ(LM::CapabilityFromVersion(12, 0), 12.0);
+  const std::pair<const char*, double> texts[] = {
+      {"OpenCL 3.0 PoCL HSTR: pthread-x86_64-pc-linux-gnu-skylake-avx512", 3.0},
+      {"OpenCL 1.2 CUDA", 1.2},
+      {"3.1+debian", 3.1},
+      {"535.104.05", 535.104},
+      {"OpenCL C 1.2 PoCL", 1.2},
+      {"v10", -1.0},
+      {"1.", -1.0},
+      {"", -1.0},
+      {"99999999999999999999.5", -1.0}};
+  for (const auto& [text, version] : texts) EXPECT_NEAR(LM::ParseVersionText(text), version, 1e-9) << text;
 }
 
 TEST(DebugSwitch, ReadsNumbersAndWordsAndDefaultsToFalse) {

@@ -1,6 +1,5 @@
 // Internals of the fake CUDA driver: every exported entry point records its call, applies any failure
-// asked for, and then runs the implementation of its slot, Impl_<name>. Entry points without behaviour of
-// their own succeed and do nothing (weak defaults in FakeCUDADefaults.cpp).
+// asked for, and then runs the implementation of its slot, Impl_<name> (by default: succeed, do nothing).
 #pragma once
 
 #include <atomic>

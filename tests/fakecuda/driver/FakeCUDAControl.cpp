@@ -30,3 +30,23 @@ std::vector<unsigned long long> FakeCUDA::CallArgs(unsigned long long index) con
   const int count = fakecuda_CallArgs(index, words, 16);
   return std::vector<unsigned long long>(words, words + (count > 0 ? count : 0));
 }
+
+std::vector<std::vector<unsigned long long>> FakeCUDA::ArgsOf(const std::string& name) const {
+  std::vector<std::vector<unsigned long long>> calls;
+  for (unsigned long long i = 0, n = fakecuda_CallLogSize(); i < n; ++i) {
+    if (name == fakecuda_CallName(i)) calls.push_back(CallArgs(i));
+  }
+  return calls;
+}
+
+std::vector<FakeCUDALaunch> FakeCUDA::Launches() const {
+  std::vector<FakeCUDALaunch> launches(fakecuda_LaunchCount());
+  for (std::size_t i = 0; i < launches.size(); ++i) fakecuda_GetLaunch(i, &launches[i]);
+  return launches;
+}
+
+FakeCUDATextureBinding FakeCUDA::TextureBinding(const char* name) const {
+  FakeCUDATextureBinding binding = {};
+  fakecuda_TextureBinding(name, &binding);
+  return binding;
+}

@@ -26,16 +26,21 @@ struct FakeCUDALaunch {
   unsigned char params[4096];  // the parameter bytes set with cuParamSet*
 };
 
+// The last binding of a texture (cuTexRefSetAddress2D).
+struct FakeCUDATextureBinding {
+  unsigned long long width, height, address, pitch;
+  int format;
+  unsigned channels;
+};
+
 }  // extern "C"
 
 // X(return type, name, parameter list)
 // clang-format off
 #define FAKECUDA_CONTROL_FUNCTIONS(X)                                                                 \
-  X(void, fakecuda_Reset, (void))                                                                     \
   X(void, fakecuda_SetDriverVersion, (int version))                                                   \
   X(void, fakecuda_ClearDevices, (void))                                                              \
   X(int, fakecuda_AddDevice, (const char* name, int major, int minor, unsigned long long totalMemory)) \
-  X(void, fakecuda_SetDeviceAttribute, (int ordinal, int attribute, int value))                       \
   X(void, fakecuda_SetFailure, (const char* name, int result, int skip, int count))                   \
   X(void, fakecuda_ClearFailures, (void))                                                             \
   X(void, fakecuda_SetFailureAt, (unsigned long long index, int result))                              \
@@ -59,9 +64,7 @@ struct FakeCUDALaunch {
   X(unsigned long long, fakecuda_LiveModules, (void))                                                 \
   X(unsigned long long, fakecuda_LiveStreams, (void))                                                 \
   X(void, fakecuda_SetRecording, (int recording))                                                     \
-  X(int, fakecuda_TextureBinding,                                                                     \
-    (const char* name, unsigned long long* width, unsigned long long* height, int* format,             \
-     unsigned* channels, unsigned long long* address, unsigned long long* pitch))
+  X(int, fakecuda_TextureBinding, (const char* name, FakeCUDATextureBinding* binding))
 // clang-format on
 
 // Failure counts for fakecuda_SetFailure.
@@ -84,6 +87,11 @@ class FakeCUDA {
   std::vector<std::string> CallNames() const;
   // The arguments of call `index` as 64-bit words (pointers and integers as they are, floats by their bits).
   std::vector<unsigned long long> CallArgs(unsigned long long index) const;
+  // The arguments of each recorded call of the exported name `name`, in order.
+  std::vector<std::vector<unsigned long long>> ArgsOf(const std::string& name) const;
+  std::vector<FakeCUDALaunch> Launches() const;
+  // The last binding of texture `name` (of any texture for null); all zero when there is none.
+  FakeCUDATextureBinding TextureBinding(const char* name = nullptr) const;
 
 #define FAKECUDA_DECLARE(Result, name, params) Result(*name) params = nullptr;
   FAKECUDA_CONTROL_FUNCTIONS(FAKECUDA_DECLARE)

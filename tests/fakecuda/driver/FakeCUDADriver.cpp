@@ -1,42 +1,34 @@
-// The fake driver's state and the behaviour of the entry points it models. It refuses what the real driver
-// refuses where a host/kernel mismatch would otherwise pass unseen: it knows only the kernels and textures
-// that a loaded PTX module declares, checks parameter sizes and alignment against the kernel's parameter
-// list, refuses a module of a newer PTX ISA version than the driver's, a launch without a block shape, a
-// texture bound at an address or pitch that the device's alignments do not allow, and any use of a kernel
-// or texture of a module that was unloaded. It counts the contexts, modules, streams and events that are
-// alive, and the contexts current on every thread, so tests can see what was left behind.
+// The fake driver's state and the entry points it models. It refuses what the real driver refuses where a
+// host/kernel mismatch would otherwise pass unseen: it knows only the kernels and textures a loaded PTX
+// module declares, checks parameter sizes and alignment against the kernel's parameter list, refuses PTX
+// newer than the driver, a launch without a block shape, a texture bound at an address or pitch the
+// device's alignments do not allow, and any use of a kernel or texture of an unloaded module. It counts the
+// contexts, modules, streams and events alive and the contexts current on every thread, so tests can see
+// what was left behind.
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 
 #include "FakeCUDA.h"
 #include "FakeCUDAControl.h"
 #include "PtxText.h"
 
-#define FAKECUDA_API extern "C" __attribute__((visibility("default")))
-
 namespace fakecuda {
 namespace {
 
 struct Device {
   std::string name;
-  int major;
-  int minor;
+  int major, minor;
   unsigned long long totalMemory;
-  std::map<int, int> attributes;
 };
 
 struct Failure {
   CUresult result;
-  int skip;
-  int count;  // kFakeCUDAFailForever: every call after the skipped ones
+  int skip, count;  // count kFakeCUDAFailForever: every call after the skipped ones
 };
 
 // Fails one call by its position among all calls made since it was set, whatever the entry point.
@@ -54,11 +46,10 @@ struct Call {
 struct Module;
 
 struct Function {
-  const Module* module;  // the module that declares it
+  const Module* module;
   std::string name;
   unsigned parameterBytes = 0;  // what cuParamSetSize must be given
-  // For each byte of the parameters, whether a value may start there: inside a parameter, at a multiple of
-  // its alignment (parameters sit at multiples of their own alignment).
+  // Per parameter byte: whether a value may start there (inside a parameter, at a multiple of its alignment).
   std::vector<bool> settableAt;
   unsigned blockX = 0, blockY = 0, blockZ = 0;  // 0 until cuFuncSetBlockShape
   unsigned paramSize = 0;
@@ -72,16 +63,8 @@ struct Texture {
   std::string name;
 };
 
-// One cuTexRefSetAddress2D: its descriptor, address and pitch.
-struct TextureBinding {
-  CUDA_ARRAY_DESCRIPTOR descriptor = {};
-  CUdeviceptr address = 0;
-  std::size_t pitch = 0;
-};
-
 struct Module {
-  // Cleared by cuModuleUnload; the module's memory is kept, so that a stale handle is refused rather than
-  // read after it was freed.
+  // Cleared by cuModuleUnload; the memory is kept, so a stale handle is refused rather than read after free.
   bool loaded = true;
   std::map<std::string, std::unique_ptr<Function>, std::less<>> functions;
   std::map<std::string, std::unique_ptr<Texture>, std::less<>> textures;
@@ -97,61 +80,32 @@ constexpr std::size_t kAlignment = 256;
 struct State {
   std::recursive_mutex mutex;
   int driverVersion = 12000;
-  std::vector<Device> devices;
+  std::vector<Device> devices{Device{"Lumora Fake GPU", 7, 5, 8ull << 30}};
   std::map<std::string, Failure, std::less<>> failures;
   FailureAt failureAt;
   unsigned long long callsMade = 0;  // every call, whether recorded or not
   std::vector<Call> calls;
-  std::map<std::string, unsigned long long> counts;
+  std::map<std::string, unsigned long long, std::less<>> counts;
   std::map<std::uintptr_t, std::size_t> deviceAllocations;
   std::map<void*, std::size_t> hostAllocations;
-  unsigned long long memoryLimit = ~0ull;
-  unsigned long long deviceBytes = 0;
+  unsigned long long memoryLimit = ~0ull, deviceBytes = 0;
   std::vector<FakeCUDALaunch> launches;
-  // Off: calls and launches are not logged (and the fake allocates nothing per call), for benchmarks.
+  // Off: calls and launches are not logged (and nothing is allocated per call), for benchmarks.
   bool recording = true;
-  void UpdateIdle() { idle = !recording && failures.empty() && !failureAt.armed; }
   bool eventsComplete = true;
   std::map<CUcontext, CUdevice> contextDevices;  // the live contexts
   std::map<CUstream, CUcontext> streams;         // the live streams, with the context current at creation
   int currentDepth = 0;                          // contexts current, summed over all threads
   std::map<CUevent, std::unique_ptr<Event>> events;
   std::vector<std::unique_ptr<Module>> modules;
+  std::map<std::string, FakeCUDATextureBinding>
+      textureBindings;  // the last of any texture (""), and of each name
   std::uintptr_t nextHandle = 0x1000;
-  // The last binding of any texture (under ""), and the last of each texture name.
-  std::map<std::string, TextureBinding> textureBindings;
 
-  State() { Reset(); }
-
-  void Reset() {
-    driverVersion = 12000;
-    devices.assign(1, Device{"Lumora Fake GPU", 7, 5, 8ull << 30, {}});
-    failures.clear();
-    failureAt = FailureAt();
-    callsMade = 0;
-    calls.clear();
-    counts.clear();
-    for (auto& allocation : deviceAllocations) std::free(reinterpret_cast<void*>(allocation.first));
-    for (auto& allocation : hostAllocations) std::free(allocation.first);
-    deviceAllocations.clear();
-    hostAllocations.clear();
-    memoryLimit = ~0ull;
-    deviceBytes = 0;
-    launches.clear();
-    recording = true;
-    idle = false;
-    eventsComplete = true;
-    contextDevices.clear();
-    streams.clear();
-    events.clear();
-    modules.clear();
-    textureBindings.clear();
-  }
-
+  void UpdateIdle() { idle = !recording && failures.empty() && !failureAt.armed; }
   template <class Handle>
   Handle NewHandle() {
-    nextHandle += 0x10;
-    return reinterpret_cast<Handle>(nextHandle);
+    return reinterpret_cast<Handle>(nextHandle += 0x10);
   }
 };
 
@@ -163,82 +117,63 @@ State& TheState() {
 using Lock = std::lock_guard<std::recursive_mutex>;
 
 // The contexts current on this thread, innermost last. Initial-exec TLS: LeakSanitizer (GCC 12) crashes
-// scanning the lazily allocated TLS of a library that is loaded with dlopen, as the tests load this one.
+// scanning the lazily allocated TLS of a library loaded with dlopen, as the tests load this one.
 __attribute__((tls_model("initial-exec"))) thread_local std::vector<CUcontext> currentContexts;
+
+CUcontext CurrentContext() {
+  return currentContexts.empty() ? nullptr : currentContexts.back();
+}
 
 const Device* FindDevice(State& state, CUdevice device) {
   return device >= 0 && static_cast<std::size_t>(device) < state.devices.size() ? &state.devices[device]
                                                                                 : nullptr;
 }
 
+// Runs `f` on the device when it exists and every output pointer was given.
+template <class F>
+CUresult WithDevice(CUdevice ordinal, bool outputsGiven, F f) {
+  Lock lock(TheState().mutex);
+  const Device* device = FindDevice(TheState(), ordinal);
+  if (device == nullptr) return CUDA_ERROR_INVALID_DEVICE;
+  if (!outputsGiven) return CUDA_ERROR_INVALID_VALUE;
+  f(*device);
+  return CUDA_SUCCESS;
+}
+
+template <class F>
+CUresult WithEvent(CUevent handle, F f) {
+  State& state = TheState();
+  Lock lock(state.mutex);
+  auto found = state.events.find(handle);
+  return found == state.events.end() ? CUDA_ERROR_INVALID_HANDLE : f(*found->second);
+}
+
+void* Address(CUdeviceptr pointer) {
+  return reinterpret_cast<void*>(static_cast<std::uintptr_t>(pointer));
+}
+
 void* AllocateAligned(std::size_t bytes) {
-  const std::size_t rounded = (std::max<std::size_t>(bytes, 1) + kAlignment - 1) / kAlignment * kAlignment;
-  return std::aligned_alloc(kAlignment, rounded);
-}
-
-CUresult AllocateDevice(CUdeviceptr* pointer, std::size_t bytes) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  if (pointer == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  if (state.deviceBytes + bytes > state.memoryLimit) return CUDA_ERROR_OUT_OF_MEMORY;
-  void* memory = AllocateAligned(bytes);
-  if (memory == nullptr) return CUDA_ERROR_OUT_OF_MEMORY;
-  *pointer = reinterpret_cast<std::uintptr_t>(memory);
-  state.deviceAllocations[*pointer] = bytes;
-  state.deviceBytes += bytes;
-  return CUDA_SUCCESS;
-}
-
-CUresult AllocateHost(void** pointer, std::size_t bytes) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  if (pointer == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  void* memory = AllocateAligned(bytes);
-  if (memory == nullptr) return CUDA_ERROR_OUT_OF_MEMORY;
-  *pointer = memory;
-  state.hostAllocations[memory] = bytes;
-  return CUDA_SUCCESS;
+  return std::aligned_alloc(kAlignment,
+                            (std::max<std::size_t>(bytes, 1) + kAlignment - 1) / kAlignment * kAlignment);
 }
 
 // A kernel of a module that was unloaded is no kernel any more.
-bool Stale(CUfunction handle) {
-  return handle == nullptr || !reinterpret_cast<Function*>(handle)->module->loaded;
+Function* Live(CUfunction handle) {
+  Function* function = reinterpret_cast<Function*>(handle);
+  return function != nullptr && function->module->loaded ? function : nullptr;
 }
 
 CUresult RecordLaunch(CUfunction handle, unsigned gridX, unsigned gridY, CUstream stream) {
-  if (Stale(handle)) return CUDA_ERROR_INVALID_HANDLE;
-  if (reinterpret_cast<Function*>(handle)->blockX == 0)
-    return CUDA_ERROR_INVALID_VALUE;  // no block shape set
-  State& state = TheState();
+  const Function* function = Live(handle);
+  if (function == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (function->blockX == 0) return CUDA_ERROR_INVALID_VALUE;  // no block shape set
   if (idle.load(std::memory_order_relaxed)) return CUDA_SUCCESS;
-  const Function& function = *reinterpret_cast<Function*>(handle);
-  FakeCUDALaunch launch = {};
-  launch.function = function.name.c_str();
-  launch.gridX = gridX;
-  launch.gridY = gridY;
-  launch.blockX = function.blockX;
-  launch.blockY = function.blockY;
-  launch.blockZ = function.blockZ;
-  launch.stream = stream;
-  launch.paramSize = function.paramSize;
-  std::memcpy(launch.params, function.params, sizeof launch.params);
-  Lock lock(state.mutex);
-  if (state.recording) state.launches.push_back(launch);
-  return CUDA_SUCCESS;
-}
-
-// A value may go only within the kernel's parameter bytes, starting inside a parameter at a multiple of that
-// parameter's alignment.
-CUresult SetParameter(CUfunction handle, int offset, const void* bytes, unsigned size) {
-  if (Stale(handle)) return CUDA_ERROR_INVALID_HANDLE;
-  if (offset < 0 || bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  Function& function = *reinterpret_cast<Function*>(handle);
-  const unsigned start = static_cast<unsigned>(offset);
-  if (start >= function.parameterBytes || static_cast<std::size_t>(start) + size > function.parameterBytes ||
-      function.parameterBytes > sizeof function.params || !function.settableAt[start]) {
-    return CUDA_ERROR_INVALID_VALUE;
-  }
-  std::memcpy(function.params + start, bytes, size);
+  FakeCUDALaunch launch = {
+      function->name.c_str(), gridX, gridY, function->blockX, function->blockY, function->blockZ, stream,
+      function->paramSize,    {}};
+  std::memcpy(launch.params, function->params, sizeof launch.params);
+  Lock lock(TheState().mutex);
+  if (TheState().recording) TheState().launches.push_back(launch);
   return CUDA_SUCCESS;
 }
 
@@ -249,24 +184,11 @@ int MaximumPtxVersion(int version) {
       {11020, 72}, {11030, 73}, {11040, 74}, {11050, 75}, {11060, 76}, {11070, 77}, {11080, 78}, {12000, 80},
       {12010, 81}, {12020, 82}, {12030, 83}, {12040, 84}, {12050, 85}, {12080, 87}, {12090, 88}, {13000, 90}};
   int maximum = 0;
-  for (const auto& row : table) {
-    if (version >= row[0]) maximum = row[1];
-  }
+  for (const auto& row : table) maximum = version >= row[0] ? row[1] : maximum;
   return maximum;
 }
 
-// The device of the context current on this thread; false when none is current.
-bool CurrentDevice(State& state, CUdevice& device) {
-  if (currentContexts.empty()) return false;
-  const auto found = state.contextDevices.find(currentContexts.back());
-  if (found == state.contextDevices.end()) return false;
-  device = found->second;
-  return true;
-}
-
 int Attribute(const Device& device, CUdevice_attribute attribute) {
-  const auto set = device.attributes.find(attribute);
-  if (set != device.attributes.end()) return set->second;
   switch (attribute) {
     case CU_DEVICE_ATTRIBUTE_TEXTURE_ALIGNMENT:
       return 512;
@@ -322,15 +244,38 @@ CUresult NewContext(CUcontext* context, CUdevice device) {
   return CUDA_SUCCESS;
 }
 
-// Host memory stands for device memory, so every copy is a plain memcpy.
+// Host memory stands for device memory, so every copy is a plain memmove.
 CUresult Copy(void* destination, const void* source, std::size_t bytes) {
   if (bytes != 0 && (destination == nullptr || source == nullptr)) return CUDA_ERROR_INVALID_VALUE;
   if (bytes != 0) std::memmove(destination, source, bytes);
   return CUDA_SUCCESS;
 }
 
-void* Address(CUdeviceptr pointer) {
-  return reinterpret_cast<void*>(static_cast<std::uintptr_t>(pointer));
+// A value may go only within the kernel's parameter bytes, starting inside a parameter at a multiple of that
+// parameter's alignment.
+CUresult SetParameter(CUfunction handle, int offset, const void* bytes, unsigned size) {
+  Function* function = Live(handle);
+  if (function == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  const std::size_t start = static_cast<std::size_t>(offset);
+  if (offset < 0 || bytes == nullptr || start >= function->parameterBytes ||
+      start + size > function->parameterBytes || function->parameterBytes > sizeof function->params ||
+      !function->settableAt[start]) {
+    return CUDA_ERROR_INVALID_VALUE;
+  }
+  std::memcpy(function->params + start, bytes, size);
+  return CUDA_SUCCESS;
+}
+
+template <class Item, class Map>
+CUresult Lookup(Item* out, CUmodule module, const char* name, Map Module::*items) {
+  if (module == nullptr || !reinterpret_cast<Module*>(module)->loaded) return CUDA_ERROR_INVALID_HANDLE;
+  if (out == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  Lock lock(TheState().mutex);
+  const Map& map = reinterpret_cast<Module*>(module)->*items;
+  const auto found = map.find(name);
+  if (found == map.end()) return CUDA_ERROR_NOT_FOUND;
+  *out = reinterpret_cast<Item>(found->second.get());
+  return CUDA_SUCCESS;
 }
 
 }  // namespace
@@ -345,21 +290,15 @@ bool Enter(const char* exported, const char* slot, const Arguments& args, CUresu
     state.calls.push_back(Call{exported, std::vector<std::uint64_t>(args.words, args.words + args.count)});
     ++state.counts[slot];
   }
-  if (state.failureAt.armed) {
-    if (state.failureAt.remaining == 0) {
-      state.failureAt.armed = false;
-      state.UpdateIdle();
-      *forced = state.failureAt.result;
-      return true;
-    }
-    --state.failureAt.remaining;
+  if (state.failureAt.armed && state.failureAt.remaining-- == 0) {
+    state.failureAt.armed = false;
+    state.UpdateIdle();
+    *forced = state.failureAt.result;
+    return true;
   }
   auto failure = state.failures.find(slot);
   if (failure == state.failures.end()) return false;
-  if (failure->second.skip > 0) {
-    --failure->second.skip;
-    return false;
-  }
+  if (failure->second.skip > 0) return --failure->second.skip, false;
   if (failure->second.count == 0) return false;
   if (failure->second.count > 0) --failure->second.count;
   *forced = failure->second.result;
@@ -368,69 +307,45 @@ bool Enter(const char* exported, const char* slot, const Arguments& args, CUresu
 
 CUresult Impl_cuDriverGetVersion(int* version) {
   if (version == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  State& state = TheState();
-  Lock lock(state.mutex);
-  *version = state.driverVersion;
+  Lock lock(TheState().mutex);
+  *version = TheState().driverVersion;
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuDeviceGetCount(int* count) {
   if (count == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  State& state = TheState();
-  Lock lock(state.mutex);
-  *count = static_cast<int>(state.devices.size());
+  Lock lock(TheState().mutex);
+  *count = static_cast<int>(TheState().devices.size());
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuDeviceGet(CUdevice* device, int ordinal) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  if (device == nullptr || FindDevice(state, ordinal) == nullptr) return CUDA_ERROR_INVALID_DEVICE;
-  *device = ordinal;
-  return CUDA_SUCCESS;
+  if (device == nullptr) return CUDA_ERROR_INVALID_DEVICE;
+  return WithDevice(ordinal, true, [&](const Device&) { *device = ordinal; });
 }
 
 CUresult Impl_cuDeviceGetName(char* name, int length, CUdevice device) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  const Device* found = FindDevice(state, device);
-  if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
-  if (name == nullptr || length <= 0) return CUDA_ERROR_INVALID_VALUE;
-  const std::size_t copied = std::min(found->name.size(), static_cast<std::size_t>(length - 1));
-  std::memcpy(name, found->name.data(), copied);
-  name[copied] = '\0';
-  return CUDA_SUCCESS;
+  return WithDevice(device, name != nullptr && length > 0, [&](const Device& found) {
+    const std::size_t copied = std::min(found.name.size(), static_cast<std::size_t>(length - 1));
+    std::memcpy(name, found.name.data(), copied);
+    name[copied] = '\0';
+  });
 }
 
 CUresult Impl_cuDeviceComputeCapability(int* major, int* minor, CUdevice device) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  const Device* found = FindDevice(state, device);
-  if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
-  if (major == nullptr || minor == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  *major = found->major;
-  *minor = found->minor;
-  return CUDA_SUCCESS;
+  return WithDevice(device, major != nullptr && minor != nullptr, [&](const Device& found) {
+    *major = found.major;
+    *minor = found.minor;
+  });
 }
 
 CUresult Impl_cuDeviceTotalMem(std::size_t* bytes, CUdevice device) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  const Device* found = FindDevice(state, device);
-  if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
-  if (bytes == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  *bytes = found->totalMemory;
-  return CUDA_SUCCESS;
+  return WithDevice(device, bytes != nullptr, [&](const Device& found) { *bytes = found.totalMemory; });
 }
 
 CUresult Impl_cuDeviceGetAttribute(int* value, CUdevice_attribute attribute, CUdevice device) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  const Device* found = FindDevice(state, device);
-  if (found == nullptr) return CUDA_ERROR_INVALID_DEVICE;
-  if (value == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  *value = Attribute(*found, attribute);
-  return CUDA_SUCCESS;
+  return WithDevice(device, value != nullptr,
+                    [&](const Device& found) { *value = Attribute(found, attribute); });
 }
 
 CUresult Impl_cuCtxCreate(CUcontext* context, unsigned int, CUdevice device) {
@@ -440,9 +355,8 @@ CUresult Impl_cuGLCtxCreate(CUcontext* context, unsigned int, CUdevice device) {
   return NewContext(context, device);
 }
 
-// A destroyed context also leaves the calling thread's stack; it is no longer a context at all. As on the
-// real driver, its streams and events go with it (modules and memory are counted until freed, so that
-// tests see them).
+// A destroyed context also leaves the calling thread's stack. As on the real driver, its streams and events
+// go with it (modules and memory are counted until freed, so that tests see them).
 CUresult Impl_cuCtxDestroy(CUcontext context) {
   State& state = TheState();
   Lock lock(state.mutex);
@@ -467,17 +381,24 @@ CUresult Impl_cuCtxPushCurrent(CUcontext context) {
 }
 
 CUresult Impl_cuCtxPopCurrent(CUcontext* context) {
-  State& state = TheState();
-  Lock lock(state.mutex);
+  Lock lock(TheState().mutex);
   if (currentContexts.empty()) return CUDA_ERROR_INVALID_CONTEXT;
   if (context != nullptr) *context = currentContexts.back();
   currentContexts.pop_back();
-  --state.currentDepth;
+  --TheState().currentDepth;
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuMemAlloc(CUdeviceptr* pointer, std::size_t bytes) {
-  return AllocateDevice(pointer, bytes);
+  State& state = TheState();
+  Lock lock(state.mutex);
+  if (pointer == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  void* memory = state.deviceBytes + bytes > state.memoryLimit ? nullptr : AllocateAligned(bytes);
+  if (memory == nullptr) return CUDA_ERROR_OUT_OF_MEMORY;
+  *pointer = reinterpret_cast<std::uintptr_t>(memory);
+  state.deviceAllocations[*pointer] = bytes;
+  state.deviceBytes += bytes;
+  return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuMemFree(CUdeviceptr pointer) {
@@ -505,28 +426,20 @@ CUresult Impl_cuMemGetAddressRange(CUdeviceptr* base, std::size_t* size, CUdevic
 }
 
 CUresult Impl_cuMemHostAlloc(void** pointer, std::size_t bytes, unsigned int) {
-  return AllocateHost(pointer, bytes);
-}
-CUresult Impl_cuMemAllocHost(void** pointer, std::size_t bytes) {
-  return AllocateHost(pointer, bytes);
-}
-
-CUresult Impl_cuMemFreeHost(void* pointer) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  auto allocation = state.hostAllocations.find(pointer);
-  if (allocation == state.hostAllocations.end()) return CUDA_ERROR_INVALID_VALUE;
-  std::free(pointer);
-  state.hostAllocations.erase(allocation);
+  Lock lock(TheState().mutex);
+  if (pointer == nullptr) return CUDA_ERROR_INVALID_VALUE;
+  if ((*pointer = AllocateAligned(bytes)) == nullptr) return CUDA_ERROR_OUT_OF_MEMORY;
+  TheState().hostAllocations[*pointer] = bytes;
   return CUDA_SUCCESS;
 }
 
-CUresult Impl_cuMemcpyHtoD(CUdeviceptr destination, const void* source, std::size_t bytes) {
-  return Copy(Address(destination), source, bytes);
+CUresult Impl_cuMemFreeHost(void* pointer) {
+  Lock lock(TheState().mutex);
+  if (TheState().hostAllocations.erase(pointer) == 0) return CUDA_ERROR_INVALID_VALUE;
+  std::free(pointer);
+  return CUDA_SUCCESS;
 }
-CUresult Impl_cuMemcpyDtoH(void* destination, CUdeviceptr source, std::size_t bytes) {
-  return Copy(destination, Address(source), bytes);
-}
+
 CUresult Impl_cuMemcpyHtoDAsync(CUdeviceptr destination, const void* source, std::size_t bytes, CUstream) {
   return Copy(Address(destination), source, bytes);
 }
@@ -534,16 +447,14 @@ CUresult Impl_cuMemcpyDtoHAsync(void* destination, CUdeviceptr source, std::size
   return Copy(destination, Address(source), bytes);
 }
 // Rows of WidthInBytes from one pitched region to another; host and device memory are both host memory here.
-CUresult Impl_cuMemcpy2D(const CUDA_MEMCPY2D* copy) {
+CUresult Impl_cuMemcpy2DAsync(const CUDA_MEMCPY2D* copy, CUstream) {
   if (copy == nullptr || copy->srcPitch < copy->WidthInBytes || copy->dstPitch < copy->WidthInBytes) {
     return CUDA_ERROR_INVALID_VALUE;
   }
-  const char* source = copy->srcMemoryType == CU_MEMORYTYPE_HOST
-                           ? static_cast<const char*>(copy->srcHost)
-                           : static_cast<const char*>(Address(copy->srcDevice));
-  char* destination = copy->dstMemoryType == CU_MEMORYTYPE_HOST
-                          ? static_cast<char*>(copy->dstHost)
-                          : static_cast<char*>(Address(copy->dstDevice));
+  const char* source = static_cast<const char*>(
+      copy->srcMemoryType == CU_MEMORYTYPE_HOST ? copy->srcHost : Address(copy->srcDevice));
+  char* destination = static_cast<char*>(
+      copy->dstMemoryType == CU_MEMORYTYPE_HOST ? copy->dstHost : Address(copy->dstDevice));
   for (std::size_t row = 0; row < copy->Height; ++row) {
     const CUresult result =
         Copy(destination + (copy->dstY + row) * copy->dstPitch + copy->dstXInBytes,
@@ -552,66 +463,43 @@ CUresult Impl_cuMemcpy2D(const CUDA_MEMCPY2D* copy) {
   }
   return CUDA_SUCCESS;
 }
-CUresult Impl_cuMemcpy2DAsync(const CUDA_MEMCPY2D* copy, CUstream) {
-  return Impl_cuMemcpy2D(copy);
-}
 
 CUresult Impl_cuStreamCreate(CUstream* stream, unsigned int) {
   if (stream == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  State& state = TheState();
-  Lock lock(state.mutex);
-  *stream = state.NewHandle<CUstream>();
-  state.streams[*stream] = currentContexts.empty() ? nullptr : currentContexts.back();
+  Lock lock(TheState().mutex);
+  *stream = TheState().NewHandle<CUstream>();
+  TheState().streams[*stream] = CurrentContext();
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuStreamDestroy(CUstream stream) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  return state.streams.erase(stream) != 0 ? CUDA_SUCCESS : CUDA_ERROR_INVALID_HANDLE;
+  Lock lock(TheState().mutex);
+  return TheState().streams.erase(stream) != 0 ? CUDA_SUCCESS : CUDA_ERROR_INVALID_HANDLE;
 }
 
 CUresult Impl_cuEventCreate(CUevent* event, unsigned int) {
   if (event == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  State& state = TheState();
-  Lock lock(state.mutex);
-  std::unique_ptr<Event> created(
-      new Event{state.eventsComplete, currentContexts.empty() ? nullptr : currentContexts.back()});
+  Lock lock(TheState().mutex);
+  auto created = std::make_unique<Event>(Event{TheState().eventsComplete, CurrentContext()});
   *event = reinterpret_cast<CUevent>(created.get());
-  state.events[*event] = std::move(created);
+  TheState().events[*event] = std::move(created);
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuEventRecord(CUevent event, CUstream) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  auto found = state.events.find(event);
-  if (found == state.events.end()) return CUDA_ERROR_INVALID_HANDLE;
-  found->second->complete = state.eventsComplete;
-  return CUDA_SUCCESS;
+  return WithEvent(event,
+                   [](Event& found) { return found.complete = TheState().eventsComplete, CUDA_SUCCESS; });
 }
-
 CUresult Impl_cuEventQuery(CUevent event) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  auto found = state.events.find(event);
-  if (found == state.events.end()) return CUDA_ERROR_INVALID_HANDLE;
-  return found->second->complete ? CUDA_SUCCESS : CUDA_ERROR_NOT_READY;
+  return WithEvent(event, [](Event& found) { return found.complete ? CUDA_SUCCESS : CUDA_ERROR_NOT_READY; });
 }
-
 CUresult Impl_cuEventSynchronize(CUevent event) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  auto found = state.events.find(event);
-  if (found == state.events.end()) return CUDA_ERROR_INVALID_HANDLE;
-  found->second->complete = true;
-  return CUDA_SUCCESS;
+  return WithEvent(event, [](Event& found) { return found.complete = true, CUDA_SUCCESS; });
 }
 
 CUresult Impl_cuEventDestroy(CUevent event) {
-  State& state = TheState();
-  Lock lock(state.mutex);
-  return state.events.erase(event) != 0 ? CUDA_SUCCESS : CUDA_ERROR_INVALID_HANDLE;
+  Lock lock(TheState().mutex);
+  return TheState().events.erase(event) != 0 ? CUDA_SUCCESS : CUDA_ERROR_INVALID_HANDLE;
 }
 
 CUresult Impl_cuEventElapsedTime(float* milliseconds, CUevent, CUevent) {
@@ -627,11 +515,11 @@ CUresult Impl_cuModuleLoadData(CUmodule* module, const void* image) {
   const PtxModule ptx = ParsePtx(static_cast<const char*>(image));
   State& state = TheState();
   Lock lock(state.mutex);
-  CUdevice device = 0;
-  if (!CurrentDevice(state, device)) return CUDA_ERROR_INVALID_CONTEXT;
+  const auto context = state.contextDevices.find(CurrentContext());
+  if (context == state.contextDevices.end()) return CUDA_ERROR_INVALID_CONTEXT;
   if (ptx.version == 0) return CUDA_ERROR_INVALID_PTX;
   if (ptx.version > MaximumPtxVersion(state.driverVersion)) return CUDA_ERROR_UNSUPPORTED_PTX_VERSION;
-  state.modules.push_back(ModuleOf(ptx, device));
+  state.modules.push_back(ModuleOf(ptx, context->second));
   *module = reinterpret_cast<CUmodule>(state.modules.back().get());
   return CUDA_SUCCESS;
 }
@@ -640,81 +528,44 @@ CUresult Impl_cuModuleLoadDataEx(CUmodule* module, const void* image, unsigned i
   return Impl_cuModuleLoadData(module, image);
 }
 
-CUresult Impl_cuModuleLoad(CUmodule* module, const char* path) {
-  if (path == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return CUDA_ERROR_FILE_NOT_FOUND;
-  const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  return Impl_cuModuleLoadData(module, text.c_str());
-}
-
 CUresult Impl_cuModuleUnload(CUmodule module) {
-  if (module == nullptr) return CUDA_ERROR_INVALID_HANDLE;
   Lock lock(TheState().mutex);
-  Module& unloaded = *reinterpret_cast<Module*>(module);
-  if (!unloaded.loaded) return CUDA_ERROR_INVALID_HANDLE;
-  unloaded.loaded = false;
+  Module* unloaded = reinterpret_cast<Module*>(module);
+  if (unloaded == nullptr || !unloaded->loaded) return CUDA_ERROR_INVALID_HANDLE;
+  unloaded->loaded = false;
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuModuleGetFunction(CUfunction* function, CUmodule module, const char* name) {
-  if (module == nullptr || !reinterpret_cast<Module*>(module)->loaded) return CUDA_ERROR_INVALID_HANDLE;
-  if (function == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  Lock lock(TheState().mutex);
-  auto& functions = reinterpret_cast<Module*>(module)->functions;
-  const auto found = functions.find(name);
-  if (found == functions.end()) return CUDA_ERROR_NOT_FOUND;
-  *function = reinterpret_cast<CUfunction>(found->second.get());
-  return CUDA_SUCCESS;
+  return Lookup(function, module, name, &Module::functions);
 }
-
 CUresult Impl_cuModuleGetTexRef(CUtexref* texture, CUmodule module, const char* name) {
-  if (module == nullptr || !reinterpret_cast<Module*>(module)->loaded) return CUDA_ERROR_INVALID_HANDLE;
-  if (texture == nullptr || name == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  Lock lock(TheState().mutex);
-  auto& textures = reinterpret_cast<Module*>(module)->textures;
-  const auto found = textures.find(name);
-  if (found == textures.end()) return CUDA_ERROR_NOT_FOUND;
-  *texture = reinterpret_cast<CUtexref>(found->second.get());
-  return CUDA_SUCCESS;
+  return Lookup(texture, module, name, &Module::textures);
 }
 
 CUresult Impl_cuFuncSetBlockShape(CUfunction handle, int x, int y, int z) {
-  if (Stale(handle)) return CUDA_ERROR_INVALID_HANDLE;
+  Function* function = Live(handle);
+  if (function == nullptr) return CUDA_ERROR_INVALID_HANDLE;
   if (x <= 0 || y <= 0 || z <= 0) return CUDA_ERROR_INVALID_VALUE;
-  Function& function = *reinterpret_cast<Function*>(handle);
-  function.blockX = static_cast<unsigned>(x);
-  function.blockY = static_cast<unsigned>(y);
-  function.blockZ = static_cast<unsigned>(z);
+  function->blockX = static_cast<unsigned>(x);
+  function->blockY = static_cast<unsigned>(y);
+  function->blockZ = static_cast<unsigned>(z);
   return CUDA_SUCCESS;
 }
 
 // The size must be the kernel's parameter bytes, exactly.
 CUresult Impl_cuParamSetSize(CUfunction handle, unsigned int bytes) {
-  if (Stale(handle)) return CUDA_ERROR_INVALID_HANDLE;
-  Function& function = *reinterpret_cast<Function*>(handle);
-  if (bytes != function.parameterBytes) return CUDA_ERROR_INVALID_VALUE;
-  function.paramSize = bytes;
+  Function* function = Live(handle);
+  if (function == nullptr) return CUDA_ERROR_INVALID_HANDLE;
+  if (bytes != function->parameterBytes) return CUDA_ERROR_INVALID_VALUE;
+  function->paramSize = bytes;
   return CUDA_SUCCESS;
 }
 
 CUresult Impl_cuParamSetv(CUfunction handle, int offset, void* bytes, unsigned int size) {
   return SetParameter(handle, offset, bytes, size);
 }
-CUresult Impl_cuParamSeti(CUfunction handle, int offset, unsigned int value) {
-  return SetParameter(handle, offset, &value, sizeof value);
-}
-CUresult Impl_cuParamSetf(CUfunction handle, int offset, float value) {
-  return SetParameter(handle, offset, &value, sizeof value);
-}
 
-CUresult Impl_cuLaunch(CUfunction function) {
-  return RecordLaunch(function, 1, 1, nullptr);
-}
-CUresult Impl_cuLaunchGrid(CUfunction function, int width, int height) {
-  if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
-  return RecordLaunch(function, width, height, nullptr);
-}
 CUresult Impl_cuLaunchGridAsync(CUfunction function, int width, int height, CUstream stream) {
   if (width <= 0 || height <= 0) return CUDA_ERROR_INVALID_VALUE;
   return RecordLaunch(function, width, height, stream);
@@ -729,13 +580,14 @@ CUresult Impl_cuTexRefSetFormat(CUtexref texture, CUarray_format, int) {
 
 // The address must be a multiple of the device's texture alignment, the pitch of its texture pitch
 // alignment, and the extent within its limits for linear memory.
-CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR* descriptor,
+CUresult Impl_cuTexRefSetAddress2D(CUtexref handle, const CUDA_ARRAY_DESCRIPTOR* descriptor,
                                    CUdeviceptr address, std::size_t pitch) {
+  Texture* texture = reinterpret_cast<Texture*>(handle);
   if (texture == nullptr || descriptor == nullptr) return CUDA_ERROR_INVALID_VALUE;
-  if (!reinterpret_cast<Texture*>(texture)->module->loaded) return CUDA_ERROR_INVALID_HANDLE;
+  if (!texture->module->loaded) return CUDA_ERROR_INVALID_HANDLE;
   State& state = TheState();
   Lock lock(state.mutex);
-  const Device* device = FindDevice(state, reinterpret_cast<Texture*>(texture)->device);
+  const Device* device = FindDevice(state, texture->device);
   if (device == nullptr) return CUDA_ERROR_INVALID_CONTEXT;
   const auto limit = [&](CUdevice_attribute attribute) {
     return static_cast<std::size_t>(std::max(Attribute(*device, attribute), 1));
@@ -748,105 +600,67 @@ CUresult Impl_cuTexRefSetAddress2D(CUtexref texture, const CUDA_ARRAY_DESCRIPTOR
       pitch > limit(CU_DEVICE_ATTRIBUTE_MAXIMUM_TEXTURE2D_LINEAR_PITCH)) {
     return CUDA_ERROR_INVALID_VALUE;
   }
-  reinterpret_cast<Texture*>(texture)->bound = true;
-  const TextureBinding binding{*descriptor, address, pitch};
-  state.textureBindings[""] = binding;
-  state.textureBindings[reinterpret_cast<Texture*>(texture)->name] = binding;
+  texture->bound = true;
+  state.textureBindings[""] = state.textureBindings[texture->name] = {
+      descriptor->Width,      descriptor->Height, address, pitch, static_cast<int>(descriptor->Format),
+      descriptor->NumChannels};
   return CUDA_SUCCESS;
 }
 
 }  // namespace fakecuda
 
 using fakecuda::Lock;
+using fakecuda::State;
 using fakecuda::TheState;
 
-FAKECUDA_API void fakecuda_Reset(void) {
-  Lock lock(TheState().mutex);
-  TheState().Reset();
-}
-
-FAKECUDA_API void fakecuda_SetDriverVersion(int version) {
-  Lock lock(TheState().mutex);
-  TheState().driverVersion = version;
-}
-
-FAKECUDA_API void fakecuda_ClearDevices(void) {
-  Lock lock(TheState().mutex);
-  TheState().devices.clear();
-}
-
-FAKECUDA_API int fakecuda_AddDevice(const char* name, int major, int minor, unsigned long long totalMemory) {
-  Lock lock(TheState().mutex);
-  TheState().devices.push_back(fakecuda::Device{name != nullptr ? name : "", major, minor, totalMemory, {}});
-  return static_cast<int>(TheState().devices.size()) - 1;
-}
-
-FAKECUDA_API void fakecuda_SetDeviceAttribute(int ordinal, int attribute, int value) {
-  Lock lock(TheState().mutex);
-  if (ordinal >= 0 && static_cast<std::size_t>(ordinal) < TheState().devices.size()) {
-    TheState().devices[ordinal].attributes[attribute] = value;
+// The control functions, each under the state's lock with `s` the state: those that only set (FAKECUDA_SET)
+// or read (FAKECUDA_GET) are one line each.
+#define FAKECUDA_API extern "C" __attribute__((visibility("default")))
+#define FAKECUDA_CONTROL(Result, name, params, ...) \
+  FAKECUDA_API Result name params {                 \
+    Lock lock(TheState().mutex);                    \
+    [[maybe_unused]] State& s = TheState();         \
+    __VA_ARGS__                                     \
   }
-}
+#define FAKECUDA_SET(name, params, ...) FAKECUDA_CONTROL(void, name, params, __VA_ARGS__; s.UpdateIdle();)
+#define FAKECUDA_GET(Result, name, params, ...) FAKECUDA_CONTROL(Result, name, params, return __VA_ARGS__;)
 
-FAKECUDA_API void fakecuda_SetFailure(const char* name, int result, int skip, int count) {
-  Lock lock(TheState().mutex);
-  TheState().failures[name] = fakecuda::Failure{result, skip, count};
-  TheState().UpdateIdle();
-}
+FAKECUDA_SET(fakecuda_SetDriverVersion, (int version), s.driverVersion = version)
+FAKECUDA_SET(fakecuda_ClearDevices, (void), s.devices.clear())
+FAKECUDA_SET(fakecuda_SetFailure, (const char* name, int result, int skip, int count),
+             s.failures[name] = {static_cast<CUresult>(result), skip, count})
+FAKECUDA_SET(fakecuda_ClearFailures, (void), s.failures.clear(), s.failureAt = {})
+FAKECUDA_SET(fakecuda_SetFailureAt, (unsigned long long index, int result),
+             s.failureAt = {true, index, static_cast<CUresult>(result)})
+FAKECUDA_SET(fakecuda_SetRecording, (int recording), s.recording = recording != 0)
+FAKECUDA_SET(fakecuda_ClearCallLog, (void), s.calls.clear(), s.counts.clear(), s.launches.clear())
+FAKECUDA_SET(fakecuda_SetEventsComplete, (int complete), s.eventsComplete = complete != 0)
+FAKECUDA_SET(fakecuda_SetMemoryLimit, (unsigned long long bytes), s.memoryLimit = bytes)
+FAKECUDA_GET(unsigned long long, fakecuda_CallsMade, (void), s.callsMade)
+FAKECUDA_GET(unsigned long long, fakecuda_CallLogSize, (void), s.calls.size())
+FAKECUDA_GET(unsigned long long, fakecuda_LaunchCount, (void), s.launches.size())
+FAKECUDA_GET(unsigned long long, fakecuda_LiveContexts, (void), s.contextDevices.size())
+FAKECUDA_GET(unsigned long long, fakecuda_LiveStreams, (void), s.streams.size())
+FAKECUDA_GET(unsigned long long, fakecuda_LiveEvents, (void), s.events.size())
+FAKECUDA_GET(unsigned long long, fakecuda_LiveDeviceAllocations, (void), s.deviceAllocations.size())
+FAKECUDA_GET(unsigned long long, fakecuda_LiveHostAllocations, (void), s.hostAllocations.size())
+FAKECUDA_GET(unsigned long long, fakecuda_LiveModules, (void),
+             std::count_if(s.modules.begin(), s.modules.end(),
+                           [](const auto& module) { return module->loaded; }))
+FAKECUDA_GET(int, fakecuda_TotalContextDepth, (void), s.currentDepth)
+FAKECUDA_GET(int, fakecuda_CurrentContextDepth, (void), static_cast<int>(fakecuda::currentContexts.size()))
+FAKECUDA_GET(const char*, fakecuda_CallName, (unsigned long long index),
+             index < s.calls.size() ? s.calls[index].name.c_str() : "")
+FAKECUDA_GET(int, fakecuda_AddDevice, (const char* name, int major, int minor, unsigned long long memory),
+             s.devices.push_back({name != nullptr ? name : "", major, minor, memory}),
+             static_cast<int>(s.devices.size()) - 1)
+FAKECUDA_GET(unsigned long long, fakecuda_CallCount, (const char* name),
+             s.counts.count(name) != 0 ? s.counts.find(name)->second : 0)
 
-FAKECUDA_API void fakecuda_ClearFailures(void) {
+FAKECUDA_API void fakecuda_SetEventComplete(void* event, int complete) {
   Lock lock(TheState().mutex);
-  TheState().failures.clear();
-  TheState().failureAt = fakecuda::FailureAt();
-  TheState().UpdateIdle();
-}
-
-FAKECUDA_API void fakecuda_SetFailureAt(unsigned long long index, int result) {
-  Lock lock(TheState().mutex);
-  TheState().failureAt = fakecuda::FailureAt{true, index, result};
-  TheState().UpdateIdle();
-}
-
-FAKECUDA_API unsigned long long fakecuda_CallsMade(void) {
-  Lock lock(TheState().mutex);
-  return TheState().callsMade;
-}
-
-FAKECUDA_API unsigned long long fakecuda_LiveContexts(void) {
-  Lock lock(TheState().mutex);
-  return TheState().contextDevices.size();
-}
-
-FAKECUDA_API unsigned long long fakecuda_LiveModules(void) {
-  Lock lock(TheState().mutex);
-  return static_cast<unsigned long long>(std::count_if(TheState().modules.begin(), TheState().modules.end(),
-                                                       [](const auto& module) { return module->loaded; }));
-}
-
-FAKECUDA_API unsigned long long fakecuda_LiveStreams(void) {
-  Lock lock(TheState().mutex);
-  return TheState().streams.size();
-}
-
-FAKECUDA_API int fakecuda_TotalContextDepth(void) {
-  Lock lock(TheState().mutex);
-  return TheState().currentDepth;
-}
-
-FAKECUDA_API unsigned long long fakecuda_CallCount(const char* name) {
-  Lock lock(TheState().mutex);
-  auto found = TheState().counts.find(name);
-  return found == TheState().counts.end() ? 0 : found->second;
-}
-
-FAKECUDA_API unsigned long long fakecuda_CallLogSize(void) {
-  Lock lock(TheState().mutex);
-  return TheState().calls.size();
-}
-
-FAKECUDA_API const char* fakecuda_CallName(unsigned long long index) {
-  Lock lock(TheState().mutex);
-  return index < TheState().calls.size() ? TheState().calls[index].name.c_str() : "";
+  auto found = TheState().events.find(static_cast<CUevent>(event));
+  if (found != TheState().events.end()) found->second->complete = complete != 0;
 }
 
 FAKECUDA_API int fakecuda_CallArgs(unsigned long long index, unsigned long long* words, int capacity) {
@@ -858,49 +672,6 @@ FAKECUDA_API int fakecuda_CallArgs(unsigned long long index, unsigned long long*
   return count;
 }
 
-FAKECUDA_API void fakecuda_ClearCallLog(void) {
-  Lock lock(TheState().mutex);
-  TheState().calls.clear();
-  TheState().counts.clear();
-  TheState().launches.clear();
-}
-
-FAKECUDA_API void fakecuda_SetEventsComplete(int complete) {
-  Lock lock(TheState().mutex);
-  TheState().eventsComplete = complete != 0;
-}
-
-FAKECUDA_API void fakecuda_SetEventComplete(void* event, int complete) {
-  Lock lock(TheState().mutex);
-  auto found = TheState().events.find(static_cast<CUevent>(event));
-  if (found != TheState().events.end()) found->second->complete = complete != 0;
-}
-
-FAKECUDA_API void fakecuda_SetMemoryLimit(unsigned long long bytes) {
-  Lock lock(TheState().mutex);
-  TheState().memoryLimit = bytes;
-}
-
-FAKECUDA_API unsigned long long fakecuda_LiveDeviceAllocations(void) {
-  Lock lock(TheState().mutex);
-  return TheState().deviceAllocations.size();
-}
-
-FAKECUDA_API unsigned long long fakecuda_LiveHostAllocations(void) {
-  Lock lock(TheState().mutex);
-  return TheState().hostAllocations.size();
-}
-
-FAKECUDA_API unsigned long long fakecuda_LiveEvents(void) {
-  Lock lock(TheState().mutex);
-  return TheState().events.size();
-}
-
-FAKECUDA_API unsigned long long fakecuda_LaunchCount(void) {
-  Lock lock(TheState().mutex);
-  return TheState().launches.size();
-}
-
 FAKECUDA_API int fakecuda_GetLaunch(unsigned long long index, FakeCUDALaunch* launch) {
   Lock lock(TheState().mutex);
   if (index >= TheState().launches.size() || launch == nullptr) return 0;
@@ -908,29 +679,10 @@ FAKECUDA_API int fakecuda_GetLaunch(unsigned long long index, FakeCUDALaunch* la
   return 1;
 }
 
-FAKECUDA_API int fakecuda_CurrentContextDepth(void) {
-  return static_cast<int>(fakecuda::currentContexts.size());
-}
-
-FAKECUDA_API int fakecuda_TextureBinding(const char* name, unsigned long long* width,
-                                         unsigned long long* height, int* format, unsigned* channels,
-                                         unsigned long long* address, unsigned long long* pitch) {
+FAKECUDA_API int fakecuda_TextureBinding(const char* name, FakeCUDATextureBinding* out) {
   Lock lock(TheState().mutex);
-  const auto& bindings = TheState().textureBindings;
-  const auto found = bindings.find(name != nullptr ? name : "");
-  if (found == bindings.end()) return 0;
-  const fakecuda::TextureBinding& binding = found->second;
-  *width = binding.descriptor.Width;
-  *height = binding.descriptor.Height;
-  *format = binding.descriptor.Format;
-  *channels = binding.descriptor.NumChannels;
-  *address = binding.address;
-  *pitch = binding.pitch;
+  const auto found = TheState().textureBindings.find(name != nullptr ? name : "");
+  if (found == TheState().textureBindings.end() || out == nullptr) return 0;
+  *out = found->second;
   return 1;
-}
-
-FAKECUDA_API void fakecuda_SetRecording(int recording) {
-  Lock lock(TheState().mutex);
-  TheState().recording = recording != 0;
-  TheState().UpdateIdle();
 }

@@ -1,5 +1,6 @@
-// The exported driver entry points, one per name the real driver exports (plain and _v2), all generated
-// from the library's own list of entry points so that the fake and the binder cannot disagree.
+// The exported driver entry points, one per name the real driver exports (plain and _v2), generated from
+// the library's own list so that the fake and the binder cannot disagree; and the behaviour of those the
+// fake does not model: succeed and do nothing (weak, overridden in FakeCUDADriver.cpp).
 #include "FakeCUDA.h"
 
 #define FAKECUDA_EXPORT_AS(exported, slot, params, args)                       \
@@ -16,5 +17,10 @@
   FAKECUDA_EXPORT_AS(name, name, params, args)     \
   FAKECUDA_EXPORT_AS(name##_v2, name, params, args)
 #define FAKECUDA_EXPORT(name, versions, params, args) FAKECUDA_EXPORT_##versions(name, params, args)
+#define FAKECUDA_DEFAULT_IMPL(name, versions, params, args)     \
+  __attribute__((weak)) CUresult fakecuda::Impl_##name params { \
+    return CUDA_SUCCESS;                                        \
+  }
 
 LM_CUDA_DRIVER_ENTRY_POINTS(FAKECUDA_EXPORT)
+LM_CUDA_DRIVER_ENTRY_POINTS(FAKECUDA_DEFAULT_IMPL)
