@@ -5,6 +5,7 @@
 
 #include <zelcore/Debug.h>
 
+#include <array>
 #include <cstdio>
 #include <map>
 
@@ -16,42 +17,27 @@ namespace {
 
 bool started = false;
 
-std::string NameOf(const LM::Device& device) {
-  return std::string(device.GetFramework() == LM::kDeviceFramework_CUDA ? "CUDA_" : "OpenCL_") +
-         std::to_string(device.GetFrameworkIndex());
-}
-
-// Counts each device's results by the suffix of the test names and prints them when the program ends.
+// Counts each device's results (passed, failed, skipped) by the suffix of the test names.
 class DeviceSummary : public testing::EmptyTestEventListener {
   void OnTestEnd(const testing::TestInfo& test) override {
     const std::string name = test.name();
     const std::size_t slash = name.rfind('/');
     if (slash == std::string::npos) return;
-    Counts& counts = counts_[name.substr(slash + 1)];
-    if (test.result()->Skipped()) {
-      ++counts.skipped;
-    } else if (test.result()->Passed()) {
-      ++counts.passed;
-    } else {
-      ++counts.failed;
-    }
+    const testing::TestResult& result = *test.result();
+    ++counts_[name.substr(slash + 1)][result.Skipped() ? 2 : result.Passed() ? 0 : 1];
   }
   void OnTestProgramEnd(const testing::UnitTest&) override {
     for (const DeviceUnderTest& tested : DevicesUnderTest()) {
       const boost::shared_ptr<LM::Device> device = LM::GetDevice(tested.registryIndex);
-      const Counts& counts = counts_[tested.name];
+      const std::array<int, 3>& counts = counts_[tested.name];
       std::printf("SUMMARY tests %-9s %-40s driver %-6.2f %3d passed %3d failed %3d skipped\n",
                   tested.name.c_str(), device ? device->GetName().c_str() : "?",
-                  device ? device->GetDriverVersion() : 0.0, counts.passed, counts.failed, counts.skipped);
+                  device ? device->GetDriverVersion() : 0.0, counts[0], counts[1], counts[2]);
     }
     if (DevicesUnderTest().empty()) std::printf("SUMMARY tests no qualified device: no pixel test ran\n");
     std::fflush(stdout);
   }
-
-  struct Counts {
-    int passed = 0, failed = 0, skipped = 0;
-  };
-  std::map<std::string, Counts> counts_;
+  std::map<std::string, std::array<int, 3>> counts_;
 };
 
 }  // namespace
@@ -69,8 +55,9 @@ const std::vector<DeviceUnderTest>& DevicesUnderTest() {
     std::vector<DeviceUnderTest> found;
     for (unsigned int index = 0; index < LM::GetDeviceCount(); ++index) {
       const boost::shared_ptr<LM::Device> device = LM::GetDevice(index);
-      if (device && device->IsQualified() && device->WaitForContext())
-        found.push_back({index, NameOf(*device)});
+      if (!device || !device->IsQualified() || !device->WaitForContext()) continue;
+      found.push_back({index, (device->GetFramework() == LM::kDeviceFramework_CUDA ? "CUDA_" : "OpenCL_") +
+                                  std::to_string(device->GetFrameworkIndex())});
     }
     return found;
   }();

@@ -14,9 +14,11 @@
 #include <string>
 #include <vector>
 
+#include "GPUPixels.h"
 #include "Lumora/Device.h"
 
 using Bytes = std::vector<std::uint8_t>;
+using Pixel = LM::float4;
 
 struct DeviceUnderTest {
   unsigned int registryIndex;
@@ -37,6 +39,12 @@ class EveryDevice : public testing::TestWithParam<DeviceUnderTest> {
   void* Upload(const Bytes& bytes);
   // The block's first `size` bytes once the work queued before has finished.
   Bytes Download(const void* block, std::size_t size);
+  void* UploadPixels(const std::vector<Pixel>& pixels, LM::PixelFormat format) {
+    return Upload(GPUBytes(pixels, format));
+  }
+  std::vector<Pixel> DownloadPixels(const void* block, std::size_t count, LM::PixelFormat format) {
+    return GPUPixels(Download(block, count * PixelBytes(format)), format);
+  }
   // Where `bytes` into a block lies, as operations take it: an address on CUDA; on OpenCL only the
   // difference from the block means anything (BindTexture's data − base).
   static const void* At(const void* block, std::size_t bytes) {

@@ -2,15 +2,12 @@
 // fields lie in their block, their clears, cloning, and the return of their block to the pool only after
 // their completion event; and the frame cache over real GPU frames.
 #include <FK/VideoFrame.h>
-#include <zelmediatypes/PixelFormatTable.h>
 #include <zelmediatypes/PixelFormats.h>
 
 #include <atomic>
 #include <boost/make_shared.hpp>
-#include <cstring>
 
 #include "EveryDevice.h"
-#include "Half.h"
 #include "Lumora/FrameCache.h"
 #include "Lumora/Results.h"
 #include "Lumora/VideoFrames.h"
@@ -19,6 +16,7 @@ namespace {
 
 using Frame = OXR::InterfaceRef<TQ::IVideoFrame>;
 using zelcore::utility::Guid;
+namespace zmt = zelmediatypes;
 
 // An event whose completion the test decides.
 class ControlledEvent : public LM::Event {
@@ -33,45 +31,41 @@ class ControlledEvent : public LM::Event {
 class VideoFrames : public EveryDevice {
  protected:
   Frame Make(bool gpu, LM::PixelFormat format, unsigned width, unsigned height,
-             zelmediatypes::FieldType fieldType = zelmediatypes::kFieldType_Progressive) {
+             zmt::FieldType fieldType = zmt::kFieldType_Progressive) {
     Frame frame;
-    const int result = (gpu ? LM::CreateGPUVideoFrame : LM::CreateHostMemoryVideoFrame)(
-        frame, device_, format, width, height, {1, 1}, fieldType, OXR::ParamPoint<CPoint>(3, 4));
-    EXPECT_EQ(result, LM::kResultSuccess);
+    EXPECT_EQ((gpu ? LM::CreateGPUVideoFrame : LM::CreateHostMemoryVideoFrame)(
+                  frame, device_, format, width, height, {1, 1}, fieldType, OXR::ParamPoint<CPoint>(3, 4)),
+              LM::kResultSuccess);
     return frame;
+  }
+  template <class Interface>
+  static auto Base(const Frame& frame) {
+    return static_cast<std::uint8_t*>(OXR::Query<Interface>(frame)->GetBaseAddress());
   }
 };
 
-// The identifiers in their text form, so that a mistyped byte in a constant shows.
-TEST(VideoFrameInterfaces, IdentifiersAreTheHostsOwn) {
-  const struct {
-    Guid iid;
-    const char* text;
-  } identifiers[] = {{OXR::OXRUnknown::kIID, "eb294113-d84b-4df3-a717-d79a8da4e6a9"},
-                     {TQ::IVideoFrame::kIID, "5a2a4fe9-ee01-4438-8f14-aa8946104d5f"},
-                     {LM::IGPUVideoFrame::kIID, "cf026861-a969-4b32-9a5a-349196dba591"},
-                     {LM::IGPUVideoFrameMemoryAccess::kIID, "689ac22c-6831-4c8d-b1fd-0d654dc965bb"},
-                     {LM::ICompletionEventVideoFrame::kIID, "13e1ff4a-84ba-4b45-9cb7-4f658044ed8a"},
-                     {TQ::IVideoFrameClearable::kIID, "a1489635-6b6b-47a6-8fb6-576f3e25be56"},
-                     {FK::IVideoFrame2DPixelMemoryAccess::kIID, "282d21cf-d8da-4e4f-82be-6e9c176ca796"},
-                     {LM::kLibraryFrameIID, "4f9cb3f7-c5df-4f33-b5a5-784cdf9c3fb9"}};
-  for (const auto& identifier : identifiers) EXPECT_EQ(identifier.iid.ToString(), identifier.text);
-}
-
+// Each kind answers exactly its interfaces, whose identifiers are checked in their text form so that a
+// mistyped byte in a constant shows. A set flag withdraws the clears; a multi-plane format the row access.
 TEST_P(VideoFrames, EachKindAnswersExactlyItsInterfaces) {
   const struct {
     Guid iid;
+    const char* text;
     bool gpu, host;
-  } table[] = {{OXR::OXRUnknown::kIID, true, true},
-               {TQ::IVideoFrame::kIID, true, true},
-               {LM::IGPUVideoFrame::kIID, true, false},
-               {LM::IGPUVideoFrameMemoryAccess::kIID, true, false},
-               {FK::IVideoFrameMemoryAccess::kIID, false, true},
-               {LM::ICompletionEventVideoFrame::kIID, true, true},
-               {TQ::IVideoFrameClearable::kIID, true, true},
-               {FK::IVideoFrame2DPixelMemoryAccess::kIID, true, true},
-               {LM::kLibraryFrameIID, true, true},
-               {Guid(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11), false, false}};
+  } table[] = {{OXR::OXRUnknown::kIID, "eb294113-d84b-4df3-a717-d79a8da4e6a9", true, true},
+               {TQ::IVideoFrame::kIID, "5a2a4fe9-ee01-4438-8f14-aa8946104d5f", true, true},
+               {LM::IGPUVideoFrame::kIID, "cf026861-a969-4b32-9a5a-349196dba591", true, false},
+               {LM::IGPUVideoFrameMemoryAccess::kIID, "689ac22c-6831-4c8d-b1fd-0d654dc965bb", true, false},
+               {FK::IVideoFrameMemoryAccess::kIID, nullptr, false, true},
+               {LM::ICompletionEventVideoFrame::kIID, "13e1ff4a-84ba-4b45-9cb7-4f658044ed8a", true, true},
+               {TQ::IVideoFrameClearable::kIID, "a1489635-6b6b-47a6-8fb6-576f3e25be56", true, true},
+               {FK::IVideoFrame2DPixelMemoryAccess::kIID, "282d21cf-d8da-4e4f-82be-6e9c176ca796", true, true},
+               {LM::kLibraryFrameIID, "4f9cb3f7-c5df-4f33-b5a5-784cdf9c3fb9", true, true},
+               {Guid(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11), nullptr, false, false}};
+  for (const auto& row : table) {
+    if (row.text != nullptr) {
+      EXPECT_EQ(row.iid.ToString(), row.text);
+    }
+  }
   for (bool gpu : {true, false}) {
     const Frame frame = Make(gpu, LM::kPixelFormat_GPU_BGRA_4444_16f, 8, 4);
     ASSERT_TRUE(frame);
@@ -79,18 +73,16 @@ TEST_P(VideoFrames, EachKindAnswersExactlyItsInterfaces) {
       void* out = reinterpret_cast<void*>(1);
       const int result = frame->QueryInterface(row.iid, &out);
       EXPECT_EQ(result == 0, gpu ? row.gpu : row.host) << row.iid.ToString() << (gpu ? " gpu" : " host");
-      if (result != 0) {
+      if (result == 0) {
+        static_cast<OXR::OXRUnknown*>(static_cast<TQ::IVideoFrame*>(frame.Get()))->Release();
+      } else {
         EXPECT_EQ(result, static_cast<int>(0xA00A0001u));
         EXPECT_EQ(out, nullptr);
-      } else {
-        static_cast<OXR::OXRUnknown*>(static_cast<TQ::IVideoFrame*>(frame.Get()))->Release();
       }
     }
-    // A set flag withdraws the clears; a multi-plane format the row access.
     frame->SetFlag(true);
     EXPECT_FALSE(OXR::Query<TQ::IVideoFrameClearable>(frame));
-    const Frame planar =
-        Make(gpu, zelmediatypes::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, 8, 4);
+    const Frame planar = Make(gpu, zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, 8, 4);
     EXPECT_FALSE(OXR::Query<FK::IVideoFrame2DPixelMemoryAccess>(planar));
     EXPECT_TRUE(OXR::Query<TQ::IVideoFrameClearable>(planar));
   }
@@ -110,21 +102,20 @@ TEST_P(VideoFrames, RowsAndFieldsLieInTheBlockWithoutPadding) {
   EXPECT_GE(memory->GetAllocatedSize(), memory->GetDataSize());
 
   const struct {
-    zelmediatypes::FieldType type;
+    zmt::FieldType type;
     unsigned height;
     int field0, field1;
-  } fields[] = {{zelmediatypes::kFieldType_Progressive, 4, 0, 1},
-                {zelmediatypes::kFieldType_Progressive, 5, 1, 0},
-                {zelmediatypes::kFieldType_LowerFirst, 5, 1, 0},
-                {zelmediatypes::kFieldType_UpperFirst, 4, 1, 0},
-                {zelmediatypes::kFieldType_UpperFirst, 5, 0, 1}};
+  } fields[] = {{zmt::kFieldType_Progressive, 4, 0, 1},
+                {zmt::kFieldType_Progressive, 5, 1, 0},
+                {zmt::kFieldType_LowerFirst, 5, 1, 0},
+                {zmt::kFieldType_UpperFirst, 4, 1, 0},
+                {zmt::kFieldType_UpperFirst, 5, 0, 1}};
   for (const auto& f : fields) {
-    const Frame frame = Make(false, zelmediatypes::kPixelFormat_BGRA_4444_8u, 3, f.height, f.type);
+    const Frame frame = Make(false, zmt::kPixelFormat_BGRA_4444_8u, 3, f.height, f.type);
     const auto access = OXR::Query<FK::IVideoFrame2DPixelMemoryAccess>(frame);
-    const auto base = static_cast<char*>(OXR::Query<FK::IVideoFrameMemoryAccess>(frame)->GetBaseAddress());
     EXPECT_EQ(access->GetFirstRowOfField(0), f.field0) << f.type << " " << f.height;
     EXPECT_EQ(access->GetFirstRowOfField(1), f.field1) << f.type << " " << f.height;
-    EXPECT_EQ(access->GetField1Start(), base + f.field1 * 12);
+    EXPECT_EQ(access->GetField1Start(), Base<FK::IVideoFrameMemoryAccess>(frame) + f.field1 * 12);
   }
 }
 
@@ -132,27 +123,24 @@ TEST_P(VideoFrames, RowsAndFieldsLieInTheBlockWithoutPadding) {
 // host format cannot be filled by the device's fills.
 TEST_P(VideoFrames, TheClearsOfEachKind) {
   const Frame gpu = Make(true, LM::kPixelFormat_GPU_BGRA_4444_16f, 2, 2);
-  const auto memory = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(gpu);
   ASSERT_EQ(OXR::Query<TQ::IVideoFrameClearable>(gpu)->ClearToOpaqueWhite(), LM::kResultSuccess);
   ASSERT_EQ(OXR::Query<TQ::IVideoFrameClearable>(gpu)->ClearToTransparentWhite(), LM::kResultSuccess);
-  EXPECT_EQ(Download(memory->GetBaseAddress(), 32), Bytes(32, 0)) << "transparent black";
+  EXPECT_EQ(Download(Base<LM::IGPUVideoFrameMemoryAccess>(gpu), 32), Bytes(32, 0)) << "transparent black";
 
-  const Frame host = Make(false, zelmediatypes::kPixelFormat_BGRA_4444_8u, 2, 2);
+  const Frame host = Make(false, zmt::kPixelFormat_BGRA_4444_8u, 2, 2);
   ASSERT_EQ(OXR::Query<TQ::IVideoFrameClearable>(host)->ClearToTransparentWhite(), LM::kResultSuccess);
-  const auto* pixels =
-      static_cast<const std::uint8_t*>(OXR::Query<FK::IVideoFrameMemoryAccess>(host)->GetBaseAddress());
+  const std::uint8_t* pixels = Base<FK::IVideoFrameMemoryAccess>(host);
   EXPECT_EQ(Bytes(pixels, pixels + 16),
             (Bytes{255, 255, 255, 0, 255, 255, 255, 0, 255, 255, 255, 0, 255, 255, 255, 0}));
 
-  const Frame hostFormatOnGPU = Make(true, zelmediatypes::kPixelFormat_BGRA_4444_8u, 2, 2);
+  const Frame hostFormatOnGPU = Make(true, zmt::kPixelFormat_BGRA_4444_8u, 2, 2);
   EXPECT_EQ(OXR::Query<TQ::IVideoFrameClearable>(hostFormatOnGPU)->ClearToOpaqueBlack(), LM::kResultFailed);
 }
 
 // A clone has the description and not the pixels or the flag; the alpha type is changed only to one the
 // host knows.
 TEST_P(VideoFrames, CloneAndAlphaType) {
-  const Frame frame =
-      Make(true, LM::kPixelFormat_GPU_BGRA_4444_32f, 6, 5, zelmediatypes::kFieldType_LowerFirst);
+  const Frame frame = Make(true, LM::kPixelFormat_GPU_BGRA_4444_32f, 6, 5, zmt::kFieldType_LowerFirst);
   frame->SetPrimaryRect(OXR::ParamRect<CRect>(1, 1, 4, 4));
   frame->SetFrameWords({{7, 8, 9}});
   frame->SetFrameWord(11);
@@ -165,15 +153,15 @@ TEST_P(VideoFrames, CloneAndAlphaType) {
   EXPECT_EQ(copy->GetFrameWord(), 11u);
   EXPECT_FALSE(copy->GetFlag());
   EXPECT_EQ(copy->GetOrigin(), OXR::ParamPoint<CPoint>(3, 4));
-  EXPECT_EQ(copy->GetFieldType(), zelmediatypes::kFieldType_LowerFirst);
+  EXPECT_EQ(copy->GetFieldType(), zmt::kFieldType_LowerFirst);
   EXPECT_TRUE(OXR::Query<LM::IGPUVideoFrame>(copy));
 
-  const Frame rgb = Make(false, zelmediatypes::kPixelFormat_BGRA_4444_8u, 1, 1);
+  const Frame rgb = Make(false, zmt::kPixelFormat_BGRA_4444_8u, 1, 1);
   rgb->SetAlphaType(3);  // BGRX_4444_8u
-  EXPECT_EQ(rgb->GetPixelFormat().properties, zelmediatypes::kPixelFormat_BGRX_4444_8u.properties);
+  EXPECT_EQ(rgb->GetPixelFormat().properties, zmt::kPixelFormat_BGRX_4444_8u.properties);
   EXPECT_FALSE(rgb->HasFourComponentAlpha());
   rgb->SetAlphaType(6);  // no such format
-  EXPECT_EQ(rgb->GetPixelFormat().properties, zelmediatypes::kPixelFormatProperties_Any);
+  EXPECT_EQ(rgb->GetPixelFormat().properties, zmt::kPixelFormatProperties_Any);
 }
 
 // The block goes back to the pool with the frame's completion event: no request gets it while the event is
@@ -182,14 +170,14 @@ TEST_P(VideoFrames, CloneAndAlphaType) {
 TEST_P(VideoFrames, ABlockReturnsToThePoolOnlyAfterTheFramesEvent) {
   const auto event = boost::make_shared<ControlledEvent>();
   Frame frame = Make(true, LM::kPixelFormat_GPU_BGRA_4444_32f, 64, 64);
-  const void* block = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(frame)->GetBaseAddress();
+  const void* block = Base<LM::IGPUVideoFrameMemoryAccess>(frame);
   OXR::Query<LM::ICompletionEventVideoFrame>(frame)->SetCompletionEvent(event);
   frame.Reset();
   const auto takes = [&](int requests) {
     std::vector<Frame> held;
     for (int i = 0; i < requests; ++i) {
       held.push_back(Make(true, LM::kPixelFormat_GPU_BGRA_4444_32f, 64, 64));
-      if (OXR::Query<LM::IGPUVideoFrameMemoryAccess>(held.back())->GetBaseAddress() == block) return true;
+      if (Base<LM::IGPUVideoFrameMemoryAccess>(held.back()) == block) return true;
     }
     return false;
   };
@@ -201,16 +189,16 @@ TEST_P(VideoFrames, ABlockReturnsToThePoolOnlyAfterTheFramesEvent) {
 TEST_P(VideoFrames, BadRequestsMakeNoFrame) {
   Frame frame;
   const auto create = [&](LM::PixelFormat format, unsigned width, unsigned height) {
-    return LM::CreateGPUVideoFrame(frame, device_, format, width, height, {1, 1},
-                                   zelmediatypes::kFieldType_Progressive, {});
+    return LM::CreateGPUVideoFrame(frame, device_, format, width, height, {1, 1}, zmt::kFieldType_Progressive,
+                                   {});
   };
   EXPECT_EQ(create(LM::kPixelFormat_GPU_BGRA_4444_32f, 0, 4), LM::kResultFailed);
   EXPECT_EQ(create(LM::kPixelFormat_GPU_BGRA_4444_32f, 4, 0xFFFFFFFFu), LM::kResultFailed);
-  EXPECT_EQ(create(zelmediatypes::kPixelFormat_Invalid, 4, 4), LM::kResultOutOfMemory);
+  EXPECT_EQ(create(zmt::kPixelFormat_Invalid, 4, 4), LM::kResultOutOfMemory);
   EXPECT_EQ(create(LM::kPixelFormat_GPU_BGRA_4444_32f, 1u << 27, 1), LM::kResultOutOfMemory)
       << "rows past an int";
   EXPECT_EQ(LM::CreateHostMemoryVideoFrame(frame, {}, LM::kPixelFormat_GPU_BGRA_4444_32f, 4, 4, {1, 1},
-                                           zelmediatypes::kFieldType_Progressive, {}),
+                                           zmt::kFieldType_Progressive, {}),
             LM::kResultFailed);
   EXPECT_FALSE(frame);
 }
