@@ -3,13 +3,10 @@
 // bytes (CL_MEM_USE_HOST_PTR), so that a write past either end would show; on CUDA a write past the
 // allocation would fault.
 #include <climits>
-#include <cstring>
 #include <deque>
 #include <functional>
-#include <string>
 
 #include "EveryDevice.h"
-#include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
 #include "Lumora/Textures.h"
 #include "Runtime/OpenCLEntryPoints.h"
@@ -18,19 +15,14 @@
 namespace {
 
 constexpr std::size_t kGuardBytes = 256;
-
-// A 16 x 4 buffer of 16f pixels (or one of `bytes`), its expected bytes, and on OpenCL its guards.
-struct Guarded {
-  Bytes host;  // guard, body, guard on OpenCL; the body alone on CUDA
-  void* buffer = nullptr;
-  std::size_t bytes = 0;
-};
+const LM::PixelFormat k16f = LM::kPixelFormat_GPU_BGRA_4444_16f, k32f = LM::kPixelFormat_GPU_BGRA_4444_32f;
+constexpr int kFailed = LM::kResultFailed, kUnsupported = LM::kResultUnsupported;
 
 class BadArguments : public EveryDevice {
  protected:
   void TearDown() override {
-    for (Guarded& guarded : guarded_) {
-      if (IsOpenCL() && guarded.buffer != nullptr) clReleaseMemObject(static_cast<cl_mem>(guarded.buffer));
+    for (void* buffer : buffers_) {
+      if (IsOpenCL()) clReleaseMemObject(static_cast<cl_mem>(buffer));
     }
     if (image_ != nullptr) clReleaseMemObject(image_);
     EveryDevice::TearDown();
@@ -38,23 +30,18 @@ class BadArguments : public EveryDevice {
 
   bool IsOpenCL() const { return device_->GetFramework() == LM::kDeviceFramework_OpenCL; }
 
-  // A buffer of `bytes` that lives as long as the test.
-  Guarded& Make(std::size_t bytes) {
-    Guarded& guarded = guarded_.emplace_back();
-    guarded.bytes = bytes;
-    guarded.host.resize(IsOpenCL() ? bytes + 2 * kGuardBytes : bytes);
-    for (std::size_t i = 0; i < guarded.host.size(); ++i) guarded.host[i] = static_cast<std::uint8_t>(i * 13);
-    if (IsOpenCL()) {
-      cl_int error = CL_SUCCESS;
-      guarded.buffer = clCreateBuffer(static_cast<cl_context>(device_->GetContextHandle()),
-                                      CL_MEM_READ_WRITE | CL_MEM_USE_HOST_PTR, bytes,
-                                      guarded.host.data() + kGuardBytes, &error);
-      EXPECT_EQ(error, CL_SUCCESS);
-    } else {
-      guarded.buffer = Upload(guarded.host);
-    }
-    expected_.push_back(guarded.host);
-    return guarded;
+  // A buffer of 512 bytes (16 x 4 pixels of 16f, rows of 128 bytes) that lives as long as the test.
+  void* Make() {
+    Bytes& host = hosts_.emplace_back(IsOpenCL() ? 512 + 2 * kGuardBytes : 512);  // guards on OpenCL
+    for (std::size_t i = 0; i < host.size(); ++i) host[i] = static_cast<std::uint8_t>(i * 13);
+    expected_.push_back(host);
+    if (!IsOpenCL()) return buffers_.emplace_back(Upload(host));
+    cl_int error = CL_SUCCESS;
+    buffers_.push_back(clCreateBuffer(static_cast<cl_context>(device_->GetContextHandle()),
+                                      CL_MEM_READ_WRITE | CL_MEM_USE_HOST_PTR, 512, host.data() + kGuardBytes,
+                                      &error));
+    EXPECT_EQ(error, CL_SUCCESS);
+    return buffers_.back();
   }
 
   // On OpenCL a 16 x 4 image of 16f texels, else null. It is made here rather than taken from the device
@@ -69,96 +56,86 @@ class BadArguments : public EveryDevice {
     return image_;
   }
 
-  // Every buffer as it was made, guards included, once the work queued before has finished.
-  void ExpectUntouched() {
-    for (std::size_t i = 0; i < guarded_.size(); ++i) {
-      Guarded& guarded = guarded_[i];
-      const Bytes body = Download(guarded.buffer, guarded.bytes);
-      Bytes seen = guarded.host;
-      std::memcpy(seen.data() + (IsOpenCL() ? kGuardBytes : 0), body.data(), body.size());
-      EXPECT_EQ(seen, expected_[i]) << "buffer " << i;
-    }
-  }
-
-  // Runs each call and expects its code.
   struct Case {
     const char* what;
     int expected;
     std::function<int()> call;
   };
+  // Runs each call and expects its code; then every buffer is as it was made, guards included.
   void Expect(const std::vector<Case>& cases) {
     for (const Case& c : cases) EXPECT_EQ(c.call(), c.expected) << c.what;
-    ExpectUntouched();
+    for (std::size_t i = 0; i < buffers_.size(); ++i) {
+      const Bytes body = Download(buffers_[i], 512);
+      Bytes seen = hosts_[i];
+      std::copy(body.begin(), body.end(), seen.begin() + (IsOpenCL() ? kGuardBytes : 0));
+      EXPECT_EQ(seen, expected_[i]) << "buffer " << i;
+    }
   }
 
-  std::deque<Guarded> guarded_;
+  std::deque<Bytes> hosts_;  // a deque: the OpenCL buffers use the bytes where they lie
   std::vector<Bytes> expected_;
+  std::vector<void*> buffers_;
   cl_mem image_ = nullptr;
 };
 
-const LM::PixelFormat k16f = LM::kPixelFormat_GPU_BGRA_4444_16f;
-const LM::PixelFormat k32f = LM::kPixelFormat_GPU_BGRA_4444_32f;
-constexpr int kFailed = LM::kResultFailed;
-constexpr int kUnsupported = LM::kResultUnsupported;
-
-// 16 x 4 pixels of 16f, rows of 128 bytes.
 TEST_P(BadArguments, FillsRefuseWhatLiesOutsideTheirBuffer) {
-  const Guarded& a = Make(512);
+  void* a = Make();
   const void* image = Image();
   const auto fill = [&](const void* buffer, int rowBytes, LM::PixelFormat format, int left, int top,
                         int width, int height) {
     return LM::FillWithColor(device_, buffer, rowBytes, format, left, top, width, height, {1, 2, 3, 4});
   };
   std::vector<Case> cases = {
-      {"negative left", kFailed, [&] { return fill(a.buffer, 128, k16f, -1, 0, 4, 4); }},
-      {"negative top", kFailed, [&] { return fill(a.buffer, 128, k16f, 0, -1, 4, 4); }},
-      {"pitch shorter than a row", kFailed, [&] { return fill(a.buffer, 120, k16f, 0, 0, 16, 4); }},
-      {"negative pitch", kFailed, [&] { return fill(a.buffer, -128, k16f, 0, 0, 16, 1); }},
-      {"past the end", kFailed, [&] { return fill(a.buffer, 128, k16f, 0, 1, 16, 4); }},
-      {"32f pixels in a 16f buffer", kFailed, [&] { return fill(a.buffer, 256, k32f, 0, 0, 16, 4); }},
+      {"negative left", kFailed, [&] { return fill(a, 128, k16f, -1, 0, 4, 4); }},
+      {"negative top", kFailed, [&] { return fill(a, 128, k16f, 0, -1, 4, 4); }},
+      {"pitch shorter than a row", kFailed, [&] { return fill(a, 120, k16f, 0, 0, 16, 4); }},
+      {"negative pitch", kFailed, [&] { return fill(a, -128, k16f, 0, 0, 16, 1); }},
+      {"past the end", kFailed, [&] { return fill(a, 128, k16f, 0, 1, 16, 4); }},
+      {"32f pixels in a 16f buffer", kFailed, [&] { return fill(a, 256, k32f, 0, 0, 16, 4); }},
       {"null", kFailed, [&] { return fill(nullptr, 128, k16f, 0, 0, 1, 1); }},
       {"not a GPU format", kFailed,
-       [&] { return fill(a.buffer, 128, zelmediatypes::kPixelFormat_BGRA_4444_8u, 0, 0, 16, 4); }},
-      {"width INT_MAX", kFailed, [&] { return fill(a.buffer, 128, k16f, 0, 0, INT_MAX, 1); }},
-      {"height INT_MAX", kFailed, [&] { return fill(a.buffer, 128, k16f, 0, 0, 1, INT_MAX); }},
-      {"left near INT_MAX", kFailed, [&] { return fill(a.buffer, 128, k16f, INT_MAX - 1, 0, 2, 1); }},
+       [&] { return fill(a, 128, zelmediatypes::kPixelFormat_BGRA_4444_8u, 0, 0, 16, 4); }},
+      {"width INT_MAX", kFailed, [&] { return fill(a, 128, k16f, 0, 0, INT_MAX, 1); }},
+      {"height INT_MAX", kFailed, [&] { return fill(a, 128, k16f, 0, 0, 1, INT_MAX); }},
+      {"left near INT_MAX", kFailed, [&] { return fill(a, 128, k16f, INT_MAX - 1, 0, 2, 1); }},
   };
-  if (image != nullptr) {
+  if (image != nullptr)
     cases.push_back({"an image for the buffer", kFailed, [&] { return fill(image, 128, k16f, 0, 0, 1, 1); }});
-  }
   Expect(cases);
 }
 
 TEST_P(BadArguments, CopiesRefuseWhatLiesOutsideEitherBuffer) {
-  const Guarded& a = Make(512);
-  const Guarded& b = Make(512);
+  void* a = Make();
+  void* b = Make();
   void* image = Image();
-  const auto memcpy2D = [&](const void* src, int srcOffset, void* dst, int dstOffset, LM::PixelFormat format,
-                            int width, int height) {
+  const auto copy = [&](const void* src, int srcOffset, void* dst, int dstOffset, LM::PixelFormat format,
+                        int width, int height) {
     return LM::FastDeviceMemcpy2DWithOffsets(device_, src, 128, srcOffset, dst, 128, dstOffset, format, width,
                                              height);
   };
   const auto rect = [&](int rowBytes, LM::PixelFormat format, int srcLeft, int srcTop, int dstLeft,
                         int dstTop, int width, int height) {
-    return LM::DeviceCopyRect(device_, a.buffer, rowBytes, b.buffer, rowBytes, format, srcLeft, srcTop,
-                              dstLeft, dstTop, width, height);
+    return LM::DeviceCopyRect(device_, a, rowBytes, b, rowBytes, format, srcLeft, srcTop, dstLeft, dstTop,
+                              width, height);
+  };
+  const auto toImage = [&](const void* src, int offset, int rowBytes, void* dst, LM::PixelFormat format,
+                           int width, int height) {
+    return LM::CopyBufferToImage(device_, src, offset, rowBytes, dst, format, width, height);
   };
   std::vector<Case> cases = {
-      {"negative source offset", kFailed, [&] { return memcpy2D(a.buffer, -16, b.buffer, 0, k16f, 4, 4); }},
-      {"destination offset past the end", kFailed,
-       [&] { return memcpy2D(a.buffer, 0, b.buffer, 32, k16f, 16, 4); }},
-      {"source rows past the end", kFailed, [&] { return memcpy2D(a.buffer, 0, b.buffer, 0, k16f, 16, 5); }},
-      {"null source", kFailed, [&] { return memcpy2D(nullptr, 0, b.buffer, 0, k16f, 1, 1); }},
-      {"null destination", kFailed, [&] { return memcpy2D(a.buffer, 0, nullptr, 0, k16f, 1, 1); }},
+      {"negative source offset", kFailed, [&] { return copy(a, -16, b, 0, k16f, 4, 4); }},
+      {"destination offset past the end", kFailed, [&] { return copy(a, 0, b, 32, k16f, 16, 4); }},
+      {"source rows past the end", kFailed, [&] { return copy(a, 0, b, 0, k16f, 16, 5); }},
+      {"null source", kFailed, [&] { return copy(nullptr, 0, b, 0, k16f, 1, 1); }},
+      {"null destination", kFailed, [&] { return copy(a, 0, nullptr, 0, k16f, 1, 1); }},
       {"a planar format has no rows to copy", kUnsupported,
        [&] {
-         return memcpy2D(a.buffer, 0, b.buffer, 0,
-                         zelmediatypes::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, 4, 4);
+         return copy(a, 0, b, 0, zelmediatypes::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, 4, 4);
        }},
       {"host-format rows past the end", kFailed,
-       [&] { return memcpy2D(a.buffer, 0, b.buffer, 0, zelmediatypes::kPixelFormat_BGRA_4444_32f, 16, 1); }},
-      {"width INT_MAX", kFailed, [&] { return memcpy2D(a.buffer, 0, b.buffer, 0, k16f, INT_MAX, 1); }},
-      {"offset INT_MAX", kFailed, [&] { return memcpy2D(a.buffer, INT_MAX, b.buffer, 0, k16f, 1, 1); }},
+       [&] { return copy(a, 0, b, 0, zelmediatypes::kPixelFormat_BGRA_4444_32f, 16, 1); }},
+      {"width INT_MAX", kFailed, [&] { return copy(a, 0, b, 0, k16f, INT_MAX, 1); }},
+      {"offset INT_MAX", kFailed, [&] { return copy(a, INT_MAX, b, 0, k16f, 1, 1); }},
       {"negative source left", kFailed, [&] { return rect(128, k16f, -1, 0, 0, 0, 2, 2); }},
       {"negative destination top", kFailed, [&] { return rect(128, k16f, 0, 0, 0, -1, 2, 2); }},
       {"partial pitch", kFailed, [&] { return rect(100, k16f, 0, 0, 0, 0, 16, 2); }},
@@ -168,20 +145,15 @@ TEST_P(BadArguments, CopiesRefuseWhatLiesOutsideEitherBuffer) {
       {"height INT_MAX", kFailed, [&] { return rect(128, k16f, 0, 0, 0, 0, 1, INT_MAX); }},
   };
   if (image != nullptr) {
-    cases.push_back(
-        {"an image for the source", kFailed, [&] { return memcpy2D(image, 0, b.buffer, 0, k16f, 1, 1); }});
-    cases.push_back({"a buffer for the image", kFailed,
-                     [&] { return LM::CopyBufferToImage(device_, a.buffer, 0, 128, b.buffer, k16f, 1, 1); }});
-    cases.push_back({"an image for the buffer", kFailed,
-                     [&] { return LM::CopyBufferToImage(device_, image, 0, 128, image, k16f, 1, 1); }});
-    cases.push_back({"null image", kFailed,
-                     [&] { return LM::CopyBufferToImage(device_, a.buffer, 0, 128, nullptr, k16f, 1, 1); }});
-    cases.push_back({"more rows than the image has", kFailed,
-                     [&] { return LM::CopyBufferToImage(device_, a.buffer, 0, 128, image, k16f, 16, 5); }});
-    cases.push_back({"an image of another texel size", kFailed,
-                     [&] { return LM::CopyBufferToImage(device_, a.buffer, 0, 256, image, k32f, 2, 2); }});
-    cases.push_back({"source past the end", kFailed,
-                     [&] { return LM::CopyBufferToImage(device_, a.buffer, 8, 128, image, k16f, 16, 4); }});
+    cases.insert(
+        cases.end(),
+        {{"an image for the source", kFailed, [&] { return copy(image, 0, b, 0, k16f, 1, 1); }},
+         {"a buffer for the image", kFailed, [&] { return toImage(a, 0, 128, b, k16f, 1, 1); }},
+         {"an image for the buffer", kFailed, [&] { return toImage(image, 0, 128, image, k16f, 1, 1); }},
+         {"null image", kFailed, [&] { return toImage(a, 0, 128, nullptr, k16f, 1, 1); }},
+         {"more rows than the image has", kFailed, [&] { return toImage(a, 0, 128, image, k16f, 16, 5); }},
+         {"an image of another texel size", kFailed, [&] { return toImage(a, 0, 256, image, k32f, 2, 2); }},
+         {"source past the end", kFailed, [&] { return toImage(a, 8, 128, image, k16f, 16, 4); }}});
   }
   Expect(cases);
 }
@@ -189,24 +161,76 @@ TEST_P(BadArguments, CopiesRefuseWhatLiesOutsideEitherBuffer) {
 // Only data - base means anything on OpenCL: a difference beyond an int is refused, not truncated to a
 // small offset that reads the wrong place.
 TEST_P(BadArguments, ATextureIsNeverBoundFromNothingOrFromAnOffsetBeyondAnInt) {
-  const Guarded& a = Make(512);
+  const char* base = static_cast<const char*>(Make());
   LM::Texture texture;
-  const char* base = static_cast<const char*>(a.buffer);
-  std::vector<Case> cases = {
-      {"null base", kFailed,
-       [&] { return LM::BindTexture(device_, texture, nullptr, base, 128, 4, 4, k16f); }},
-      {"null data", kFailed,
-       [&] { return LM::BindTexture(device_, texture, base, nullptr, 128, 4, 4, k16f); }},
+  const auto bind = [&](const void* from, const void* data) {
+    return LM::BindTexture(device_, texture, from, data, 128, 4, 4, k16f);
   };
+  std::vector<Case> cases = {{"null base", kFailed, [&] { return bind(nullptr, base); }},
+                             {"null data", kFailed, [&] { return bind(base, nullptr); }}};
   if (IsOpenCL()) {
-    cases.push_back({"4 GiB and 64 bytes in", kFailed, [&] {
-                       return LM::BindTexture(device_, texture, base, base + (std::size_t{4} << 30) + 64, 128,
-                                              4, 4, k16f);
-                     }});
-    cases.push_back({"before the base", kFailed,
-                     [&] { return LM::BindTexture(device_, texture, base, base - 16, 128, 4, 4, k16f); }});
+    cases.push_back(
+        {"4 GiB and 64 bytes in", kFailed, [&] { return bind(base, base + (std::size_t{4} << 30) + 64); }});
+    cases.push_back({"before the base", kFailed, [&] { return bind(base, base - 16); }});
   }
   Expect(cases);
+}
+
+// The per-pixel operations on 16 x 4 pixels of 16f: a missing buffer, an extent past a buffer, a format that
+// is not a GPU format, a mode out of range, a missing source or a negative offset.
+TEST_P(BadArguments, PixelOperationsRefuseMissingAndShortBuffers) {
+  void* a = Make();
+  void* b = Make();
+  const void* sources[2] = {a, nullptr};
+  const float weights[2] = {1, 1};
+  const auto composite = [&](const void* layer, LM::PixelFormat format, int height, int mode) {
+    return LM::Composite(device_, layer, 128, b, 128, b, 128, format, 16, height, 0.5f, SK_BlendMode(mode));
+  };
+  Expect({
+      {"no layer", kFailed, [&] { return composite(nullptr, k16f, 4, kBlendMode_Screen); }},
+      {"composite past the end", kFailed, [&] { return composite(a, k16f, 5, kBlendMode_Screen); }},
+      {"host format", kUnsupported,
+       [&] { return composite(a, zelmediatypes::kPixelFormat_BGRA_4444_8u, 4, kBlendMode_Screen); }},
+      {"mode -1", kUnsupported, [&] { return composite(a, k16f, 4, -1); }},
+      {"mode 27", kUnsupported, [&] { return composite(a, k16f, 4, kBlendMode_Divide + 1); }},
+      {"dissolve past the end", kFailed,
+       [&] { return LM::CrossDissolve(device_, a, 128, a, 128, b, 128, k16f, 16, 5, 0.5f, false); }},
+      {"missing source", kFailed,
+       [&] { return LM::Accumulate(device_, sources, weights, 2, b, 128, 0, k16f, 16, 4); }},
+      {"negative offset", kFailed,
+       [&] { return LM::Accumulate(device_, sources, weights, 1, b, 128, -16, k16f, 16, 4); }},
+      {"gain past the end", kFailed,
+       [&] { return LM::AlphaGain(device_, a, 128, b, 128, k16f, 16, 5, 0.5f); }},
+      {"no unpremultiply source", kFailed,
+       [&] {
+         return LM::Unpremultiply(device_, nullptr, 128, b, 128, k16f, 16, 4, {0, 0, 0, 0});
+       }},
+  });
+}
+
+// Placements that are refused: NaN, infinite or zero parameters, a destination that is the source, an
+// extent past the buffers.
+TEST_P(BadArguments, BadPlacementsAreRefused) {
+  void* a = Make();
+  void* b = Make();
+  const auto place = [&](float scaleX, float rotation, float positionX, void* dst) {
+    LM::MotionTransform t;
+    t.scaleX = scaleX;
+    t.rotationDegrees = rotation;
+    t.positionX = positionX;
+    return LM::Motion(device_, a, 128, 16, 4, dst, 128, 16, 4, k16f, t, zelmediatypes::kRenderQuality_High);
+  };
+  Expect({
+      {"scale 0", kFailed, [&] { return place(0, 0, 0, b); }},
+      {"rotation NaN", kFailed, [&] { return place(1, std::nanf(""), 0, b); }},
+      {"position infinite", kFailed, [&] { return place(1, 0, INFINITY, b); }},
+      {"onto its source", kFailed, [&] { return place(1, 0, 0, a); }},
+      {"scale past the end", kFailed,
+       [&] {
+         return LM::Scale(device_, a, 128, 16, 4, b, 1 << 20, 1 << 16, 4, k16f,
+                          zelmediatypes::kRenderQuality_High);
+       }},
+  });
 }
 
 LM_ON_EVERY_DEVICE(BadArguments);
