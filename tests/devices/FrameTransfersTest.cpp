@@ -3,7 +3,6 @@
 #include <zelmediatypes/PixelFormatTable.h>
 #include <zelmediatypes/PixelFormats.h>
 
-#include <cstring>
 #include <random>
 
 #include "EveryDevice.h"
@@ -18,6 +17,8 @@ namespace {
 using Frame = OXR::InterfaceRef<TQ::IVideoFrame>;
 using Rect = OXR::ParamRect<CRect>;
 namespace zmt = zelmediatypes;
+const auto kHigh = zmt::kRenderQuality_High;
+const auto kProgressive = zmt::kFieldType_Progressive;
 
 Bytes HostBytes(const Frame& frame) {
   const auto memory = OXR::Query<FK::IVideoFrameMemoryAccess>(frame);
@@ -25,11 +26,13 @@ Bytes HostBytes(const Frame& frame) {
   return Bytes(base, base + memory->GetDataSize());
 }
 
-// Bytes every format holds as they are: 8-bit values, 15-bit values up to 32768, floats in [0, 1].
-void FillValid(const Frame& frame, unsigned seed) {
+// A host-made frame of bytes every format holds as they are: 8-bit values, 15-bit values up to 32768,
+// floats in [0, 1].
+Frame Foreign(LM::PixelFormat format, int width, int height, unsigned seed) {
+  const Frame frame = ForeignFrame::Make(format, width, height);
   Bytes& pixels = ForeignFrame::Pixels(frame);
   std::mt19937 random(seed);
-  const std::uint32_t sample = frame->GetPixelFormat().properties & zmt::kPixelFormatPropertyMask_Sample;
+  const std::uint32_t sample = format.properties & zmt::kPixelFormatPropertyMask_Sample;
   for (std::size_t i = 0; i < pixels.size();) {
     if (sample == zmt::kPixelFormatSample_32f) {
       const float value = static_cast<float>(random() % 1001) / 1000.0f;
@@ -43,18 +46,26 @@ void FillValid(const Frame& frame, unsigned seed) {
       pixels[i++] = static_cast<std::uint8_t>(random());
     }
   }
+  return frame;
+}
+
+Frame ReadBack(const Frame& frame, LM::PixelFormat format, const Rect& rect = Rect()) {
+  return LM::ReadBackFrame(frame, format, rect, {1, 1}, kProgressive, kHigh, true);
 }
 
 class FrameTransfers : public EveryDevice {
  protected:
-  Frame Upload(const Frame& source, zmt::RenderQuality quality = zmt::kRenderQuality_High) {
-    const LM::PixelFormat staging = zmt::Select4444PixelFormat(source->GetPixelFormat(), quality);
-    return LM::UploadFrameImmediate(device_, source, staging, quality, Rect());
+  Frame Make(bool gpu, LM::PixelFormat format, int width, int height) {
+    Frame frame;
+    EXPECT_EQ((gpu ? LM::CreateGPUVideoFrame : LM::CreateHostMemoryVideoFrame)(
+                  frame, device_, format, width, height, {1, 1}, kProgressive, {}),
+              0);
+    return frame;
   }
 };
 
-// Every four-component 8u, 15u and 32f host format goes up in its staging format (no change on the device)
-// and comes back: exactly where the staging format is the source's own.
+// Every four-component 8u, 15u and 32f host format goes up in its staging format, which is its own (no change
+// on the device), and comes back exactly.
 TEST_P(FrameTransfers, EveryFourComponentFormatGoesUpAndComesBack) {
   std::size_t count = 0;
   const zmt::PixelFormatInfo* table = zmt::PixelFormatTable(count);
@@ -64,23 +75,18 @@ TEST_P(FrameTransfers, EveryFourComponentFormatGoesUpAndComesBack) {
     const std::uint32_t sample = format.properties & zmt::kPixelFormatPropertyMask_Sample;
     if ((format.properties & zmt::kPixelFormatPropertyMask_Layout) != zmt::kPixelFormatLayout_4444 ||
         (sample != zmt::kPixelFormatSample_8u && sample != zmt::kPixelFormatSample_15u &&
-         sample != zmt::kPixelFormatSample_32f)) {
+         sample != zmt::kPixelFormatSample_32f))
       continue;
-    }
     ++formats;
-    const Frame source = ForeignFrame::Make(format, 7, 3);
-    FillValid(source, static_cast<unsigned>(i));
-    const Frame gpu = Upload(source);
+    const Frame source = Foreign(format, 7, 3, static_cast<unsigned>(i));
+    const Frame gpu =
+        LM::UploadFrameImmediate(device_, source, zmt::Select4444PixelFormat(format, kHigh), kHigh, Rect());
     ASSERT_TRUE(gpu) << table[i].name;
     EXPECT_TRUE(OXR::Query<LM::IGPUVideoFrame>(gpu));
-    const Frame back = LM::ReadBackFrame(gpu, format, Rect(), {1, 1}, zmt::kFieldType_Progressive,
-                                         zmt::kRenderQuality_High, true);
+    EXPECT_EQ(gpu->GetPixelFormat(), format) << table[i].name;
+    const Frame back = ReadBack(gpu, format);
     ASSERT_TRUE(back) << table[i].name;
-    if (gpu->GetPixelFormat() == format) {
-      EXPECT_EQ(HostBytes(back), ForeignFrame::Pixels(source)) << table[i].name;
-    } else {
-      ADD_FAILURE() << table[i].name << " staged in another format; compare within a step";
-    }
+    EXPECT_EQ(HostBytes(back), ForeignFrame::Pixels(source)) << table[i].name;
   }
   EXPECT_GE(formats, 20);
 }
@@ -89,12 +95,8 @@ TEST_P(FrameTransfers, EveryFourComponentFormatGoesUpAndComesBack) {
 // a 4:4:4 decode at a quarter stages in 8-bit Y'CbCr; the rest in the renderer's choice, which on OpenCL is
 // the source itself when nothing changes.
 TEST_P(FrameTransfers, TheStagingFrameForEachKindOfSource) {
-  const Rect none;
-  Frame library;
-  ASSERT_EQ(LM::CreateHostMemoryVideoFrame(library, device_, zmt::kPixelFormat_BGRA_4444_8u, 4, 4, {1, 1},
-                                           zmt::kFieldType_Progressive, {}),
-            0);
-  EXPECT_EQ(LM::AllocateHostFrameForUpload(device_, library, zmt::kRenderQuality_High, none), library);
+  const Frame library = Make(false, zmt::kPixelFormat_BGRA_4444_8u, 4, 4);
+  EXPECT_EQ(LM::AllocateHostFrameForUpload(device_, library, kHigh, Rect()), library);
 
   const Frame fields = ForeignFrame::Make(zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_601, 16, 8,
                                           zmt::kFieldType_UpperFirst);
@@ -103,33 +105,29 @@ TEST_P(FrameTransfers, TheStagingFrameForEachKindOfSource) {
   ASSERT_TRUE(quarter);
   EXPECT_EQ(quarter->GetPixelFormat(), fields->GetPixelFormat());
   EXPECT_EQ(quarter->GetBounds(), Rect(0, 0, 8, 4));
-  EXPECT_EQ(quarter->GetFieldType(), zmt::kFieldType_Progressive);
+  EXPECT_EQ(quarter->GetFieldType(), kProgressive);
 
   const Frame decoded = ForeignFrame::Make(zmt::kPixelFormat_VUYA_4444_8u_709, 16, 8);
-  const Frame staged =
-      LM::AllocateHostFrameForUpload(device_, decoded, zmt::kRenderQuality_High, Rect(0, 0, 8, 4));
+  const Frame staged = LM::AllocateHostFrameForUpload(device_, decoded, kHigh, Rect(0, 0, 8, 4));
   ASSERT_TRUE(staged);
   EXPECT_EQ(staged->GetPixelFormat(), zmt::kPixelFormat_VUYA_4444_8u_709);
 
   const Frame plain = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 4, 4);
-  const Frame same = LM::AllocateHostFrameForUpload(device_, plain, zmt::kRenderQuality_High, none);
+  const Frame same = LM::AllocateHostFrameForUpload(device_, plain, kHigh, Rect());
   ASSERT_TRUE(same);
   EXPECT_EQ(same == plain, device_->GetFramework() == LM::kDeviceFramework_OpenCL);
-  EXPECT_EQ(same->GetPixelFormat(),
-            zmt::Select4444PixelFormat(zmt::kPixelFormat_BGRA_4444_8u, zmt::kRenderQuality_High));
+  EXPECT_EQ(same->GetPixelFormat(), zmt::Select4444PixelFormat(zmt::kPixelFormat_BGRA_4444_8u, kHigh));
 }
 
 // A GPU frame is returned as it is; a non-blocking copy hands its event to the new frame, a blocking one
 // does not; a centred rectangle of a frame without an origin places it in the middle.
 TEST_P(FrameTransfers, CopyToDeviceEventsAndOrigins) {
-  const Frame source = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 10, 8);
-  FillValid(source, 1);
+  const Frame source = Foreign(zmt::kPixelFormat_BGRA_4444_8u, 10, 8, 1);
   const Frame blocking = LM::CopyToDevice(device_, source, Rect(), true);
   ASSERT_TRUE(blocking);
   EXPECT_FALSE(OXR::Query<LM::ICompletionEventVideoFrame>(blocking)->GetCompletionEvent());
   EXPECT_EQ(LM::CopyToDevice(device_, blocking, Rect(), true), blocking);
-  EXPECT_EQ(LM::UploadFrameImmediate(device_, blocking, LM::kPixelFormat_GPU_BGRA_4444_32f,
-                                     zmt::kRenderQuality_High, Rect()),
+  EXPECT_EQ(LM::UploadFrameImmediate(device_, blocking, LM::kPixelFormat_GPU_BGRA_4444_32f, kHigh, Rect()),
             blocking);
 
   const Frame centred = LM::CopyToDevice(device_, source, Rect(2, 2, 6, 8), false);
@@ -145,15 +143,11 @@ TEST_P(FrameTransfers, CopyToDeviceEventsAndOrigins) {
 // rectangle of another, each exact for one format.
 TEST_P(FrameTransfers, CopiesAndPartsAreExact) {
   const LM::PixelFormat format = zmt::kPixelFormat_BGRA_4444_8u;
-  const Frame source = ForeignFrame::Make(format, 6, 4);
-  FillValid(source, 2);
+  const Frame source = Foreign(format, 6, 4, 2);
   const Frame gpu = LM::CopyToDevice(device_, source, Rect(), true);
-  Frame other;
-  ASSERT_EQ(LM::CreateGPUVideoFrame(other, device_, format, 6, 4, {1, 1}, zmt::kFieldType_Progressive, {}),
-            0);
-  ASSERT_EQ(LM::CopyFrame(other, gpu, zmt::kRenderQuality_High), 0);
-  const Frame part = LM::ReadBackFrame(other, format, Rect(2, 1, 5, 3), {1, 1}, zmt::kFieldType_Progressive,
-                                       zmt::kRenderQuality_High, true);
+  const Frame other = Make(true, format, 6, 4);
+  ASSERT_EQ(LM::CopyFrame(other, gpu, kHigh), 0);
+  const Frame part = ReadBack(other, format, Rect(2, 1, 5, 3));
   ASSERT_TRUE(part);
   EXPECT_EQ(part->GetBounds(), Rect(0, 0, 3, 2));
   EXPECT_EQ(part->GetOrigin(), OXR::ParamPoint<CPoint>(2, 1));
@@ -164,19 +158,12 @@ TEST_P(FrameTransfers, CopiesAndPartsAreExact) {
 
   // The 6 x 4 frame into the rectangle (1, 2)-(7, 6) of a 8 x 7 GPU frame, and into a host frame.
   for (bool gpuDestination : {true, false}) {
-    Frame destination;
-    ASSERT_EQ((gpuDestination ? LM::CreateGPUVideoFrame : LM::CreateHostMemoryVideoFrame)(
-                  destination, device_, format, 8, 7, {1, 1}, zmt::kFieldType_Progressive, {}),
+    const Frame destination = Make(gpuDestination, format, 8, 7);
+    ASSERT_EQ(LM::CopyFrameRect(destination, Rect(1, 2, 7, 6), gpuDestination ? source : gpu, Frame(), kHigh),
               0);
-    ASSERT_EQ(LM::CopyFrameRect(destination, Rect(1, 2, 7, 6), gpuDestination ? source : gpu, Frame(),
-                                zmt::kRenderQuality_High),
-              0);
-    const Frame seen = gpuDestination
-                           ? LM::ReadBackFrame(destination, format, Rect(1, 2, 7, 6), {1, 1},
-                                               zmt::kFieldType_Progressive, zmt::kRenderQuality_High, true)
-                           : LM::ReadBackFrame(LM::CopyToDevice(device_, destination, Rect(), true), format,
-                                               Rect(1, 2, 7, 6), {1, 1}, zmt::kFieldType_Progressive,
-                                               zmt::kRenderQuality_High, true);
+    const Frame seen =
+        ReadBack(gpuDestination ? destination : LM::CopyToDevice(device_, destination, Rect(), true), format,
+                 Rect(1, 2, 7, 6));
     ASSERT_TRUE(seen);
     EXPECT_EQ(HostBytes(seen), all) << (gpuDestination ? "GPU" : "host");
   }
@@ -185,59 +172,45 @@ TEST_P(FrameTransfers, CopiesAndPartsAreExact) {
 // Into the GPU working format: staged in the source's own format, then converted on the device, where
 // straight 8-bit colour becomes premultiplied floats.
 TEST_P(FrameTransfers, AnUploadIntoTheWorkingFormatConvertsOnTheDevice) {
-  const Frame source = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 3, 2);
-  FillValid(source, 3);
-  const Frame gpu = LM::UploadFrameImmediate(device_, source, LM::kPixelFormat_GPU_BGRA_4444_32f,
-                                             zmt::kRenderQuality_High, Rect());
+  const Frame source = Foreign(zmt::kPixelFormat_BGRA_4444_8u, 3, 2, 3);
+  const Frame gpu =
+      LM::UploadFrameImmediate(device_, source, LM::kPixelFormat_GPU_BGRA_4444_32f, kHigh, Rect());
   ASSERT_TRUE(gpu);
   EXPECT_EQ(gpu->GetPixelFormat(), LM::kPixelFormat_GPU_BGRA_4444_32f);
-  const auto memory = OXR::Query<LM::IGPUVideoFrameMemoryAccess>(gpu);
-  const Bytes seen = Download(memory->GetBaseAddress(), memory->GetDataSize());
   const Bytes& codes = ForeignFrame::Pixels(source);
-  for (std::size_t pixel = 0; pixel < 6; ++pixel) {
-    const float alpha = codes[4 * pixel + 3] / 255.0f;
-    for (int c = 0; c < 4; ++c) {
-      float value;
-      std::memcpy(&value, &seen[16 * pixel + 4 * c], 4);
-      const float straight = codes[4 * pixel + c] / 255.0f;
-      EXPECT_NEAR(value, c == 3 ? alpha : straight * alpha, 1e-6) << pixel << " " << c;
-    }
+  std::vector<Pixel> expected;
+  for (std::size_t at = 0; at < codes.size(); at += 4) {
+    const float alpha = codes[at + 3] / 255.0f;
+    expected.push_back(
+        {codes[at] / 255.0f * alpha, codes[at + 1] / 255.0f * alpha, codes[at + 2] / 255.0f * alpha, alpha});
   }
-  EXPECT_FALSE(LM::UploadFrameImmediate(device_, source, zmt::kPixelFormat_UYVY_422_8u,
-                                        zmt::kRenderQuality_High, Rect()))
+  EXPECT_TRUE(PixelsNear(DownloadPixels(OXR::Query<LM::IGPUVideoFrameMemoryAccess>(gpu)->GetBaseAddress(), 6,
+                                        LM::kPixelFormat_GPU_BGRA_4444_32f),
+                         expected, 1e-6));
+  EXPECT_FALSE(LM::UploadFrameImmediate(device_, source, zmt::kPixelFormat_UYVY_422_8u, kHigh, Rect()))
       << "no conversion reaches it";
 }
 
 TEST_P(FrameTransfers, BadFramesAndRectanglesAreRefused) {
   const Frame host = ForeignFrame::Make(zmt::kPixelFormat_BGRA_4444_8u, 4, 4);
-  Frame gpu;
-  ASSERT_EQ(LM::CreateGPUVideoFrame(gpu, device_, zmt::kPixelFormat_BGRA_4444_8u, 4, 4, {1, 1},
-                                    zmt::kFieldType_Progressive, {}),
-            0);
+  const Frame gpu = Make(true, zmt::kPixelFormat_BGRA_4444_8u, 4, 4);
+  const Frame larger = Make(true, LM::kPixelFormat_GPU_BGRA_4444_32f, 5, 4);
   const Frame empty;
-  const auto q = zmt::kRenderQuality_High;
-  EXPECT_FALSE(LM::AllocateHostFrameForUpload({}, host, q, Rect()));
-  EXPECT_FALSE(LM::AllocateHostFrameForUpload(device_, empty, q, Rect()));
+  EXPECT_FALSE(LM::AllocateHostFrameForUpload({}, host, kHigh, Rect()));
+  EXPECT_FALSE(LM::AllocateHostFrameForUpload(device_, empty, kHigh, Rect()));
   EXPECT_FALSE(LM::CopyToDevice(device_, empty, Rect(), true));
-  EXPECT_FALSE(LM::UploadFrameImmediate(device_, empty, LM::kPixelFormat_GPU_BGRA_4444_32f, q, Rect()));
-  EXPECT_EQ(LM::CopyToHostFrame(host, empty, q), LM::kResultFailed);
-  EXPECT_EQ(LM::CopyToHostFrame(host, gpu, q), LM::kResultFailed) << "a GPU frame's memory is not the host's";
-  EXPECT_FALSE(LM::ReadBackFrame(host, zmt::kPixelFormat_BGRA_4444_8u, Rect(), {1, 1},
-                                 zmt::kFieldType_Progressive, q, true))
-      << "not a GPU frame";
-  EXPECT_FALSE(LM::ReadBackFrame(gpu, zmt::kPixelFormat_BGRA_4444_8u, Rect(2, 2, 6, 3), {1, 1},
-                                 zmt::kFieldType_Progressive, q, true))
-      << "outside the frame";
-  EXPECT_EQ(LM::CopyFrame(empty, gpu, q), LM::kResultFailed);
-  Frame larger;
-  ASSERT_EQ(LM::CreateGPUVideoFrame(larger, device_, LM::kPixelFormat_GPU_BGRA_4444_32f, 5, 4, {1, 1},
-                                    zmt::kFieldType_Progressive, {}),
-            0);
+  EXPECT_FALSE(LM::UploadFrameImmediate(device_, empty, LM::kPixelFormat_GPU_BGRA_4444_32f, kHigh, Rect()));
+  EXPECT_EQ(LM::CopyToHostFrame(host, empty, kHigh), LM::kResultFailed);
+  EXPECT_EQ(LM::CopyToHostFrame(host, gpu, kHigh), LM::kResultFailed)
+      << "a GPU frame's memory is not the host's";
+  EXPECT_FALSE(ReadBack(host, zmt::kPixelFormat_BGRA_4444_8u)) << "not a GPU frame";
+  EXPECT_FALSE(ReadBack(gpu, zmt::kPixelFormat_BGRA_4444_8u, Rect(2, 2, 6, 3))) << "outside the frame";
+  EXPECT_EQ(LM::CopyFrame(empty, gpu, kHigh), LM::kResultFailed);
   EXPECT_EQ(LM::ConvertFrame(empty, gpu), LM::kResultFailed);
   EXPECT_EQ(LM::ConvertFrame(gpu, host), LM::kResultFailed) << "a host frame is not on the device";
   EXPECT_EQ(LM::ConvertFrame(larger, gpu), LM::kResultFailed) << "another size";
-  EXPECT_EQ(LM::CopyFrameRect(gpu, Rect(3, 3, 5, 5), host, Frame(), q), LM::kResultFailed) << "outside";
-  EXPECT_EQ(LM::CopyFrameRect(gpu, Rect(1, 1, 1, 3), host, Frame(), q), LM::kResultFailed) << "empty";
+  EXPECT_EQ(LM::CopyFrameRect(gpu, Rect(3, 3, 5, 5), host, Frame(), kHigh), LM::kResultFailed) << "outside";
+  EXPECT_EQ(LM::CopyFrameRect(gpu, Rect(1, 1, 1, 3), host, Frame(), kHigh), LM::kResultFailed) << "empty";
 }
 
 LM_ON_EVERY_DEVICE(FrameTransfers);

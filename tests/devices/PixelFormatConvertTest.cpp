@@ -1,29 +1,19 @@
-// Pixel format conversion on every device: round trips through every four-component host format, colour
-// bars to their published codes, the conversion between GPU formats, the flip, the copy of a format to
-// itself, and the pairs that are refused.
+// Pixel format conversion on every device: round trips through every four-component host format, agreement
+// with the CPU renderer, colour bars to their codes, chroma siting, the conversion between GPU formats, the
+// flip, the copy of a format to itself, and the pairs that are refused.
 #include <zelmediatypes/PixelFormatTable.h>
 #include <zelmediatypes/PixelFormats.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
 #include <random>
-#include <vector>
 
 #include "EveryDevice.h"
-#include "GPUPixels.h"
-#include "Lumora/ImageOperations.h"
 #include "Lumora/Results.h"
 #include "SK/Renderer.h"
 
 namespace {
 
 namespace zmt = zelmediatypes;
-using Pixel = LM::float4;
-
-bool IsHalf(LM::PixelFormat format) {
-  return IsHalfFormat(format);
-}
+const LM::PixelFormat k16f = LM::kPixelFormat_GPU_BGRA_4444_16f, k32f = LM::kPixelFormat_GPU_BGRA_4444_32f;
 
 class PixelFormatConvert : public EveryDevice {
  protected:
@@ -33,11 +23,6 @@ class PixelFormatConvert : public EveryDevice {
                                   height, flip);
   }
 };
-
-// Premultiplied colours, opaque and half transparent, inside the gamut of every matrix.
-const std::vector<Pixel> kColours = {{0.2f, 0.5f, 0.8f, 1.0f},   {1.0f, 1.0f, 1.0f, 1.0f},
-                                     {0.0f, 0.0f, 0.0f, 1.0f},   {0.1f, 0.25f, 0.4f, 0.5f},
-                                     {0.45f, 0.3f, 0.05f, 0.5f}, {0.6f, 0.6f, 0.6f, 0.75f}};
 
 bool IsYCbCr(LM::PixelFormat host) {
   return (host.properties & zmt::kPixelFormatPropertyMask_Order) == zmt::kPixelFormatOrder_VUYA ||
@@ -82,51 +67,46 @@ double Tolerance(LM::PixelFormat host, LM::PixelFormat gpu) {
   } else {
     colour = (host.properties & zmt::kPixelFormatProperty_Linear) ? 2e-4 : 2e-6;  // the sRGB curve's pow
   }
-  return colour + (straight ? alpha : 0.0) + (IsHalf(gpu) ? std::ldexp(1.0, -11) : 0.0) + 1e-6;
+  return colour + (straight ? alpha : 0.0) + (IsHalfFormat(gpu) ? std::ldexp(1.0, -11) : 0.0) + 1e-6;
 }
 
-// GPU -> X -> GPU for every host format X that the converter writes, into and from both precisions. Formats
-// without alpha come back opaque with the colour over black. The 4:2:2 formats get a chroma-flat row (one
-// Cb, Cr and varied Y' by their own matrix), which their chroma filters keep, of an odd width: the last
-// pair is written whole and its second pixel ignored on the way back.
+// GPU -> X -> GPU for every host format X that the converter writes, into and from both precisions, with
+// premultiplied colours, opaque and half transparent, inside the gamut of every matrix. Formats without
+// alpha come back opaque with the colour over black. The 4:2:2 formats get a chroma-flat row (one Cb, Cr and
+// varied Y' by their own matrix), which their chroma filters keep, of an odd width: the last pair is written
+// whole and its second pixel ignored on the way back.
 TEST_P(PixelFormatConvert, EveryHostFormatRoundTrips) {
   std::size_t count = 0;
   const zmt::PixelFormatInfo* table = zmt::PixelFormatTable(count);
   int formats = 0;
-  for (LM::PixelFormat gpu : {LM::kPixelFormat_GPU_BGRA_4444_16f, LM::kPixelFormat_GPU_BGRA_4444_32f}) {
+  for (LM::PixelFormat gpu : {k16f, k32f}) {
     for (std::size_t i = 0; i < count; ++i) {
       const LM::PixelFormat host = table[i].format;
       const std::uint32_t layout = host.properties & zmt::kPixelFormatPropertyMask_Layout;
       if (layout == zmt::kPixelFormatLayout_420Planar || host == zmt::kPixelFormat_BGRA_4444_32f ||
-          (host.properties & zmt::kPixelFormatPropertyMask_Order) == 0) {
+          (host.properties & zmt::kPixelFormatPropertyMask_Order) == 0)
         continue;
-      }
-      std::vector<Pixel> pixels = kColours;
+      std::vector<Pixel> pixels = {{0.2f, 0.5f, 0.8f, 1.0f},   {1.0f, 1.0f, 1.0f, 1.0f},
+                                   {0.0f, 0.0f, 0.0f, 1.0f},   {0.1f, 0.25f, 0.4f, 0.5f},
+                                   {0.45f, 0.3f, 0.05f, 0.5f}, {0.6f, 0.6f, 0.6f, 0.75f}};
       if (layout == zmt::kPixelFormatLayout_422Packed) {
         pixels.clear();
         for (double y : {0.3, 0.5, 0.7, 0.25, 0.6, 0.45, 0.75})
           pixels.push_back(FromYCbCr(y, 0.1, -0.1, host));
       }
-      const int width = static_cast<int>(pixels.size()), gpuRow = width * (IsHalf(gpu) ? 8 : 16);
-      void* source = Upload(GPUBytes(pixels, gpu));
-      void* back = Allocate(gpuRow);
+      const int width = static_cast<int>(pixels.size()), gpuRow = width * PixelBytes(gpu);
       const int hostRow = static_cast<int>(zmt::PixelFormatSize(host, width, 1));
       void* middle = Allocate(hostRow);
-      ASSERT_EQ(Convert(source, gpuRow, gpu, middle, hostRow, host, width, 1), 0) << table[i].name;
+      void* back = Allocate(gpuRow);
+      ASSERT_EQ(Convert(UploadPixels(pixels, gpu), gpuRow, gpu, middle, hostRow, host, width, 1), 0)
+          << table[i].name;
       ASSERT_EQ(Convert(middle, hostRow, host, back, gpuRow, gpu, width, 1), 0) << table[i].name;
       ++formats;
-      const std::vector<Pixel> seen = GPUPixels(Download(back, gpuRow), gpu);
-      const bool opaque =
-          (host.properties & zmt::kPixelFormatPropertyMask_Alpha) == zmt::kPixelFormatAlpha_Ignored;
-      const double tolerance = Tolerance(host, gpu);
-      for (int x = 0; x < width; ++x) {
-        const Pixel& want = pixels[x];
-        const float got[4] = {seen[x].x, seen[x].y, seen[x].z, seen[x].w};
-        const float expected[4] = {want.x, want.y, want.z, opaque ? 1.0f : want.w};
-        for (int c = 0; c < 4; ++c) {
-          EXPECT_NEAR(got[c], expected[c], tolerance) << table[i].name << " pixel " << x << " channel " << c;
-        }
+      if ((host.properties & zmt::kPixelFormatPropertyMask_Alpha) == zmt::kPixelFormatAlpha_Ignored) {
+        for (Pixel& p : pixels) p.w = 1.0f;
       }
+      EXPECT_TRUE(PixelsNear(DownloadPixels(back, width, gpu), pixels, Tolerance(host, gpu)))
+          << table[i].name;
     }
   }
   EXPECT_EQ(formats, 2 * (35 + 6));
@@ -134,10 +114,9 @@ TEST_P(PixelFormatConvert, EveryHostFormatRoundTrips) {
 
 // A row's samples in memory order: bytes, or v210's 10-bit codes three to a word.
 std::vector<int> Samples(const Bytes& row, LM::PixelFormat format) {
-  std::vector<int> samples;
-  if ((format.properties & zmt::kPixelFormatPropertyMask_Sample) != zmt::kPixelFormatSample_10u) {
+  if ((format.properties & zmt::kPixelFormatPropertyMask_Sample) != zmt::kPixelFormatSample_10u)
     return std::vector<int>(row.begin(), row.end());
-  }
+  std::vector<int> samples;
   for (std::size_t at = 0; at + 4 <= row.size(); at += 4) {
     std::uint32_t word;
     std::memcpy(&word, &row[at], 4);
@@ -153,7 +132,6 @@ std::vector<int> Samples(const Bytes& row, LM::PixelFormat format) {
 // differ by one where the two round a tie differently.
 TEST_P(PixelFormatConvert, PackedAndPlanarFormatsAgreeWithTheCPURenderer) {
   const int width = 13, height = 5;
-  const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_32f;
   std::mt19937 random(7);
   std::vector<Pixel> pixels;
   for (int i = 0; i < width * height; ++i) {
@@ -161,9 +139,15 @@ TEST_P(PixelFormatConvert, PackedAndPlanarFormatsAgreeWithTheCPURenderer) {
     std::uniform_real_distribution<float> colour(0.0f, a);
     pixels.push_back({colour(random), colour(random), colour(random), a});
   }
-  const Bytes gpuBytes = GPUBytes(pixels, gpu);
+  const Bytes gpuBytes = GPUBytes(pixels, k32f);
   void* gpuSource = Upload(gpuBytes);
   void* gpuResult = Allocate(gpuBytes.size());
+  const auto render = [&](const Bytes& from, int fromRow, LM::PixelFormat fromFormat, Bytes& to, int toRow,
+                          LM::PixelFormat toFormat) {
+    return SK_ScaleConvert(from.data(), fromRow, width, height, fromFormat, zmt::kFieldType_Progressive,
+                           to.data(), toRow, width, height, toFormat, zmt::kFieldType_Progressive,
+                           zmt::kRenderQuality_High);
+  };
   std::size_t count = 0;
   const zmt::PixelFormatInfo* table = zmt::PixelFormatTable(count);
   int formats = 0;
@@ -178,13 +162,11 @@ TEST_P(PixelFormatConvert, PackedAndPlanarFormatsAgreeWithTheCPURenderer) {
     const int hostRow = packed ? static_cast<int>(zmt::PixelFormatSize(host, width, 1)) : width;
     if (packed) {
       void* written = Upload(Bytes(hostBytes, 0));  // bytes past a v210 row's groups stay 0
-      ASSERT_EQ(Convert(gpuSource, width * 16, gpu, written, hostRow, host, width, height), 0);
+      ASSERT_EQ(Convert(gpuSource, width * 16, k32f, written, hostRow, host, width, height), 0);
       Bytes expected(hostBytes, 0);
-      ASSERT_TRUE(SK_ScaleConvert(gpuBytes.data(), width * 16, width, height, gpu,
-                                  zmt::kFieldType_Progressive, expected.data(), hostRow, width, height, host,
-                                  zmt::kFieldType_Progressive, zmt::kRenderQuality_High));
-      Bytes seen = Download(written, hostBytes);
-      const std::vector<int> got = Samples(seen, host), want = Samples(expected, host);
+      ASSERT_TRUE(render(gpuBytes, width * 16, k32f, expected, hostRow, host));
+      const std::vector<int> got = Samples(Download(written, hostBytes), host),
+                             want = Samples(expected, host);
       for (std::size_t k = 0; k < want.size(); ++k) ASSERT_NEAR(got[k], want[k], 1) << "sample " << k;
     }
     // Random codes; v210's words hold three 10-bit codes, kept within the video range.
@@ -197,90 +179,12 @@ TEST_P(PixelFormatConvert, PackedAndPlanarFormatsAgreeWithTheCPURenderer) {
         std::memcpy(&codes[at], &word, 4);
       }
     }
-    void* source = Upload(codes);
-    ASSERT_EQ(Convert(source, hostRow, host, gpuResult, width * 16, gpu, width, height), 0);
+    ASSERT_EQ(Convert(Upload(codes), hostRow, host, gpuResult, width * 16, k32f, width, height), 0);
     Bytes expected(gpuBytes.size());
-    ASSERT_TRUE(SK_ScaleConvert(codes.data(), packed ? hostRow : 0, width, height, host,
-                                zmt::kFieldType_Progressive, expected.data(), width * 16, width, height, gpu,
-                                zmt::kFieldType_Progressive, zmt::kRenderQuality_High));
-    const std::vector<Pixel> got = GPUPixels(Download(gpuResult, gpuBytes.size()), gpu);
-    const std::vector<Pixel> want = GPUPixels(expected, gpu);
-    for (std::size_t k = 0; k < want.size(); ++k) {
-      const float g[4] = {got[k].x, got[k].y, got[k].z, got[k].w},
-                  w[4] = {want[k].x, want[k].y, want[k].z, want[k].w};
-      for (int c = 0; c < 4; ++c) ASSERT_NEAR(g[c], w[c], 1e-5) << "pixel " << k << " channel " << c;
-    }
+    ASSERT_TRUE(render(codes, packed ? hostRow : 0, host, expected, width * 16, k32f));
+    EXPECT_TRUE(PixelsNear(DownloadPixels(gpuResult, pixels.size(), k32f), GPUPixels(expected, k32f), 1e-5));
   }
   EXPECT_EQ(formats, 6 + 16);
-}
-
-// 100% and 75% colour bars in 8-bit video-range Y'CbCr: the codes ITU-R BT.601 and BT.709 publish.
-TEST_P(PixelFormatConvert, ColourBarsGiveTheirPublishedCodes) {
-  // White, yellow, cyan, green, magenta, red, blue, black as R'G'B'.
-  const double bars[8][3] = {{1, 1, 1}, {1, 1, 0}, {0, 1, 1}, {0, 1, 0},
-                             {1, 0, 1}, {1, 0, 0}, {0, 0, 1}, {0, 0, 0}};
-  const struct {
-    LM::PixelFormat format;
-    double level;
-    int codes[8][3];  // Y', Cb, Cr
-  } cases[] = {
-      {zmt::kPixelFormat_VUYA_4444_8u,
-       1.0,
-       {{235, 128, 128},
-        {210, 16, 146},
-        {170, 166, 16},
-        {145, 54, 34},
-        {106, 202, 222},
-        {81, 90, 240},
-        {41, 240, 110},
-        {16, 128, 128}}},
-      {zmt::kPixelFormat_VUYA_4444_8u,
-       0.75,
-       {{180, 128, 128},
-        {162, 44, 142},
-        {131, 156, 44},
-        {112, 72, 58},
-        {84, 184, 198},
-        {65, 100, 212},
-        {35, 212, 114},
-        {16, 128, 128}}},
-      {zmt::kPixelFormat_VUYA_4444_8u_709,
-       1.0,
-       {{235, 128, 128},
-        {219, 16, 138},
-        {188, 154, 16},
-        {173, 42, 26},
-        {78, 214, 230},
-        {63, 102, 240},
-        {32, 240, 118},
-        {16, 128, 128}}},
-      {zmt::kPixelFormat_VUYA_4444_8u_709,
-       0.75,
-       {{180, 128, 128},
-        {168, 44, 136},
-        {145, 147, 44},
-        {133, 63, 52},
-        {63, 193, 204},
-        {51, 109, 212},
-        {28, 212, 120},
-        {16, 128, 128}}},
-  };
-  for (const auto& c : cases) {
-    std::vector<Pixel> pixels;
-    for (const auto& bar : bars) {
-      pixels.push_back({static_cast<float>(bar[2] * c.level), static_cast<float>(bar[1] * c.level),
-                        static_cast<float>(bar[0] * c.level), 1.0f});
-    }
-    void* source = Upload(GPUBytes(pixels, LM::kPixelFormat_GPU_BGRA_4444_32f));
-    void* codes = Allocate(8 * 4);
-    ASSERT_EQ(Convert(source, 8 * 16, LM::kPixelFormat_GPU_BGRA_4444_32f, codes, 8 * 4, c.format, 8, 1), 0);
-    const Bytes seen = Download(codes, 8 * 4);
-    for (int i = 0; i < 8; ++i) {
-      EXPECT_EQ((std::vector<int>{seen[4 * i + 2], seen[4 * i + 1], seen[4 * i + 0], seen[4 * i + 3]}),
-                (std::vector<int>{c.codes[i][0], c.codes[i][1], c.codes[i][2], 255}))
-          << zmt::PixelFormatName(c.format) << " at " << c.level << ", bar " << i;
-    }
-  }
 }
 
 // White, yellow, cyan, green, magenta, red, blue, black as R'G'B' at `level`, and their Y'CbCr by `format`'s
@@ -301,56 +205,77 @@ std::vector<Bar> ColourBars(double level, LM::PixelFormat format) {
   return bars;
 }
 
-// Colour bars in 10 bits and in full range. Written as v210, 6 pixels a bar: the middle pair of each bar
-// filters its chroma from the bar alone, so its codes are the bar's own, Y' 64 + 876 Y and C 512 + 896 C
-// rounded. Read from full-range 4:2:0 codes (Y' 255 Y, C 128 + 255 C rounded), 4 pixels a bar: the middle
-// pixels come back as the bar within half a code step through the matrix.
-TEST_P(PixelFormatConvert, TenBitAndFullRangeColourBars) {
-  const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_32f;
-  for (const double level : {1.0, 0.75}) {
-    for (const LM::PixelFormat v210 : {zmt::kPixelFormat_V210_422_10u, zmt::kPixelFormat_V210_422_10u_709}) {
-      SCOPED_TRACE(std::string(zmt::PixelFormatName(v210)) + " at " + std::to_string(level));
-      const std::vector<Bar> bars = ColourBars(level, v210);
+// 100% and 75% colour bars, by each matrix. In 8-bit video-range Y'CbCr: the codes ITU-R BT.601 and BT.709
+// publish. Written as v210, 6 pixels a bar: the middle pair of each bar filters its chroma from the bar
+// alone, so its codes are the bar's own, Y' 64 + 876 Y and C 512 + 896 C rounded. Read from full-range
+// 4:2:0 codes (Y' 255 Y, C 128 + 255 C rounded), 4 pixels a bar: the middle pixels come back as the bar
+// within half a code step through the matrix.
+TEST_P(PixelFormatConvert, ColourBarsGiveTheirCodes) {
+  const struct {
+    LM::PixelFormat vuya, v210, planar;
+    int published[2][24];  // Y', Cb, Cr of each bar, at 100% and at 75%
+  } matrices[] = {{zmt::kPixelFormat_VUYA_4444_8u,
+                   zmt::kPixelFormat_V210_422_10u,
+                   zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601_FullRange,
+                   {{235, 128, 128, 210, 16, 146, 170, 166, 16,  145, 54,  34,
+                     106, 202, 222, 81,  90, 240, 41,  240, 110, 16,  128, 128},
+                    {180, 128, 128, 162, 44,  142, 131, 156, 44,  112, 72,  58,
+                     84,  184, 198, 65,  100, 212, 35,  212, 114, 16,  128, 128}}},
+                  {zmt::kPixelFormat_VUYA_4444_8u_709,
+                   zmt::kPixelFormat_V210_422_10u_709,
+                   zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_709_FullRange,
+                   {{235, 128, 128, 219, 16,  138, 188, 154, 16,  173, 42,  26,
+                     78,  214, 230, 63,  102, 240, 32,  240, 118, 16,  128, 128},
+                    {180, 128, 128, 168, 44,  136, 145, 147, 44,  133, 63,  52,
+                     63,  193, 204, 51,  109, 212, 28,  212, 120, 16,  128, 128}}}};
+  for (const auto& m : matrices) {
+    for (const int l : {0, 1}) {
+      const double level = l == 0 ? 1.0 : 0.75;
+      SCOPED_TRACE(std::string(zmt::PixelFormatName(m.vuya)) + " at " + std::to_string(level));
+      const std::vector<Bar> bars = ColourBars(level, m.vuya);
       std::vector<Pixel> row;
+      for (const Bar& bar : bars) row.push_back({float(bar.b), float(bar.g), float(bar.r), 1.0f});
+      void* codes = Allocate(8 * 4);
+      ASSERT_EQ(Convert(UploadPixels(row, k32f), 8 * 16, k32f, codes, 8 * 4, m.vuya, 8, 1), 0);
+      const Bytes seen = Download(codes, 8 * 4);
+      std::vector<int> got, want;
+      for (int i = 0; i < 8; ++i) {
+        got.insert(got.end(), {seen[4 * i + 2], seen[4 * i + 1], seen[4 * i + 0], seen[4 * i + 3]});
+        want.insert(want.end(),
+                    {m.published[l][3 * i], m.published[l][3 * i + 1], m.published[l][3 * i + 2], 255});
+      }
+      EXPECT_EQ(got, want) << "8-bit codes";
+
+      row.clear();
       for (const Bar& bar : bars)
         row.insert(row.end(), 6, Pixel{float(bar.b), float(bar.g), float(bar.r), 1.0f});
-      void* source = Upload(GPUBytes(row, gpu));
       void* packed = Allocate(128);
-      ASSERT_EQ(Convert(source, 48 * 16, gpu, packed, 128, v210, 48, 1), 0);
-      const std::vector<int> samples = Samples(Download(packed, 128), v210);
+      ASSERT_EQ(Convert(UploadPixels(row, k32f), 48 * 16, k32f, packed, 128, m.v210, 48, 1), 0);
+      const std::vector<int> samples = Samples(Download(packed, 128), m.v210);
       for (int b = 0; b < 8; ++b) {
         const int pair = 3 * b + 1;  // samples Cb, Y', Cr, Y' of pixels 6b + 2 and 6b + 3
         const int y = int(std::lround(64 + 876 * bars[b].y));
         EXPECT_EQ((std::vector<int>(samples.begin() + 4 * pair, samples.begin() + 4 * pair + 4)),
                   (std::vector<int>{int(std::lround(512 + 896 * bars[b].cb)), y,
                                     int(std::lround(512 + 896 * bars[b].cr)), y}))
-            << "bar " << b;
+            << "v210, bar " << b;
       }
-    }
-    for (const LM::PixelFormat planar :
-         {zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601_FullRange,
-          zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_709_FullRange}) {
-      SCOPED_TRACE(std::string(zmt::PixelFormatName(planar)) + " at " + std::to_string(level));
-      const std::vector<Bar> bars = ColourBars(level, planar);
+
       const auto code = [](double value) { return std::uint8_t(std::min(255L, std::lround(value))); };
       Bytes planes;  // 32 x 2 luma, 16 x 1 of each chroma
-      for (int r = 0; r < 2; ++r) {
-        for (int x = 0; x < 32; ++x) planes.push_back(code(255 * bars[x / 4].y));
-      }
+      for (int x = 0; x < 64; ++x) planes.push_back(code(255 * bars[x % 32 / 4].y));
       for (int x = 0; x < 16; ++x) planes.push_back(code(128 + 255 * bars[x / 2].cb));
       for (int x = 0; x < 16; ++x) planes.push_back(code(128 + 255 * bars[x / 2].cr));
-      void* source = Upload(planes);
       void* result = Allocate(32 * 2 * 16);
-      ASSERT_EQ(Convert(source, 32, planar, result, 32 * 16, gpu, 32, 2), 0);
-      const std::vector<Pixel> seen = GPUPixels(Download(result, 32 * 2 * 16), gpu);
-      const double tolerance = 0.5 / 255 * (1 + 2 * (1 - Kb(planar))) + 1e-6;
+      ASSERT_EQ(Convert(Upload(planes), 32, m.planar, result, 32 * 16, k32f, 32, 2), 0);
+      const std::vector<Pixel> decoded = DownloadPixels(result, 64, k32f);
+      std::vector<Pixel> middles, expected;
       for (int b = 0; b < 8; ++b) {
-        for (const int x : {4 * b + 1, 4 * b + 2}) {
-          EXPECT_NEAR(seen[x].z, bars[b].r, tolerance) << "bar " << b;
-          EXPECT_NEAR(seen[x].y, bars[b].g, tolerance) << "bar " << b;
-          EXPECT_NEAR(seen[x].x, bars[b].b, tolerance) << "bar " << b;
-        }
+        middles.insert(middles.end(), {decoded[4 * b + 1], decoded[4 * b + 2]});
+        expected.insert(expected.end(), 2, Pixel{float(bars[b].b), float(bars[b].g), float(bars[b].r), 1.0f});
       }
+      EXPECT_TRUE(PixelsNear(middles, expected, 0.5 / 255 * (1 + 2 * (1 - Kb(m.planar))) + 1e-6))
+          << "full range";
     }
   }
 }
@@ -370,39 +295,32 @@ double Tent(double position, double site) {
 // each output interpolates linearly. Written into 4:2:2, an impulse at an even column reaches the sample
 // sited there by half, one at an odd column its two neighbours by a quarter each ([1 2 1] / 4).
 TEST_P(PixelFormatConvert, ChromaImpulsesShowTheSitingOfEachFamily) {
-  const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_32f;
   const int width = 16, height = 16;
-  {
-    const LM::PixelFormat uyvy = zmt::kPixelFormat_UYVY_422_8u;
-    Bytes row;
-    for (int pair = 0; pair < width / 2; ++pair) {
-      row.insert(row.end(), {std::uint8_t(pair == 3 ? 228 : 128), 126, 128, 126});
-    }
-    void* source = Upload(row);
-    void* result = Allocate(width * 16);
-    ASSERT_EQ(Convert(source, width * 2, uyvy, result, width * 16, gpu, width, 1), 0);
-    const std::vector<Pixel> seen = GPUPixels(Download(result, width * 16), gpu);
-    for (int x = 0; x < width; ++x)
-      EXPECT_NEAR(CbOf(seen[x], uyvy), Tent(x, 6) * 100 / 224, 1e-5) << "x " << x;
+  Bytes row;
+  for (int pair = 0; pair < width / 2; ++pair)
+    row.insert(row.end(), {std::uint8_t(pair == 3 ? 228 : 128), 126, 128, 126});
+  void* result = Allocate(width * 16);
+  ASSERT_EQ(
+      Convert(Upload(row), width * 2, zmt::kPixelFormat_UYVY_422_8u, result, width * 16, k32f, width, 1), 0);
+  const std::vector<Pixel> uyvy = DownloadPixels(result, width, k32f);
+  for (int x = 0; x < width; ++x)
+    EXPECT_NEAR(CbOf(uyvy[x], zmt::kPixelFormat_UYVY_422_8u), Tent(x, 6) * 100 / 224, 1e-5) << "x " << x;
+
+  const LM::PixelFormat v210 = zmt::kPixelFormat_V210_422_10u;
+  std::vector<Pixel> rows;
+  for (const int impulse : {6, 7}) {
+    for (int x = 0; x < width; ++x) rows.push_back(FromYCbCr(0.5, x == impulse ? 0.4 : 0.0, 0.0, v210));
   }
-  {
-    const LM::PixelFormat v210 = zmt::kPixelFormat_V210_422_10u;
-    std::vector<Pixel> rows;
-    for (const int impulse : {6, 7}) {
-      for (int x = 0; x < width; ++x) rows.push_back(FromYCbCr(0.5, x == impulse ? 0.4 : 0.0, 0.0, v210));
-    }
-    void* source = Upload(GPUBytes(rows, gpu));
-    void* packed = Allocate(2 * 128);
-    ASSERT_EQ(Convert(source, width * 16, gpu, packed, 128, v210, width, 2), 0);
-    const std::vector<int> samples = Samples(Download(packed, 2 * 128), v210);
-    for (int r = 0; r < 2; ++r) {
-      for (int j = 0; j < width / 2; ++j) {
-        const double weight = Tent(6 + r, 2 * j) / 2;
-        EXPECT_EQ(samples[96 * r + 4 * j], int(std::lround(512 + 896 * 0.4 * weight)))
-            << "row " << r << ", " << j;
-      }
+  void* packed = Allocate(2 * 128);
+  ASSERT_EQ(Convert(UploadPixels(rows, k32f), width * 16, k32f, packed, 128, v210, width, 2), 0);
+  const std::vector<int> samples = Samples(Download(packed, 2 * 128), v210);
+  for (int r = 0; r < 2; ++r) {
+    for (int j = 0; j < width / 2; ++j) {
+      EXPECT_EQ(samples[96 * r + 4 * j], int(std::lround(512 + 896 * 0.4 * Tent(6 + r, 2 * j) / 2)))
+          << "row " << r << ", " << j;
     }
   }
+
   const struct {
     LM::PixelFormat format;
     double columnSite;
@@ -416,15 +334,10 @@ TEST_P(PixelFormatConvert, ChromaImpulsesShowTheSitingOfEachFamily) {
     for (const int cj : {4, 5}) {  // a chroma row of each field
       SCOPED_TRACE(std::string(zmt::PixelFormatName(family.format)) + ", chroma row " + std::to_string(cj));
       Bytes planes(width * height, 126);
-      for (int plane = 0; plane < 2; ++plane) {
-        for (int j = 0; j < height / 2; ++j) {
-          for (int i = 0; i < width / 2; ++i) planes.push_back(plane == 0 && i == ci && j == cj ? 228 : 128);
-        }
-      }
-      void* source = Upload(planes);
-      void* result = Allocate(width * height * 16);
-      ASSERT_EQ(Convert(source, width, family.format, result, width * 16, gpu, width, height), 0);
-      const std::vector<Pixel> seen = GPUPixels(Download(result, width * height * 16), gpu);
+      for (int k = 0; k < width * height / 2; ++k) planes.push_back(k == cj * width / 2 + ci ? 228 : 128);
+      void* decoded = Allocate(width * height * 16);
+      ASSERT_EQ(Convert(Upload(planes), width, family.format, decoded, width * 16, k32f, width, height), 0);
+      const std::vector<Pixel> seen = DownloadPixels(decoded, width * height, k32f);
       for (int y = 0; y < height; ++y) {
         const int f = cj & 1;
         const double down = !family.field  ? Tent(y, 2 * cj + 0.5)
@@ -445,7 +358,6 @@ TEST_P(PixelFormatConvert, ChromaImpulsesShowTheSitingOfEachFamily) {
 // swap fields.
 TEST_P(PixelFormatConvert, FieldPicturesKeepTheFieldsApart) {
   const LM::PixelFormat field = zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_709;
-  const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_16f;
   const int width = 8, height = 8;
   Bytes planes(width * height, 126);
   for (int j = 0; j < height / 2; ++j) planes.insert(planes.end(), width / 2, std::uint8_t(j % 2 ? 78 : 178));
@@ -453,14 +365,11 @@ TEST_P(PixelFormatConvert, FieldPicturesKeepTheFieldsApart) {
   void* source = Upload(planes);
   void* result = Allocate(width * height * 8);
   for (const bool flip : {false, true}) {
-    ASSERT_EQ(Convert(source, width, field, result, width * 8, gpu, width, height, flip), 0);
-    const std::vector<Pixel> seen = GPUPixels(Download(result, width * height * 8), gpu);
-    for (int y = 0; y < height; ++y) {
-      const double cb = ((y % 2 == 1) != flip ? -50.0 : 50.0) / 224;
-      for (int x = 0; x < width; ++x) {
-        ASSERT_NEAR(CbOf(seen[y * width + x], field), cb, 2e-3)
-            << "x " << x << ", y " << y << ", flip " << flip;
-      }
+    ASSERT_EQ(Convert(source, width, field, result, width * 8, k16f, width, height, flip), 0);
+    const std::vector<Pixel> seen = DownloadPixels(result, width * height, k16f);
+    for (int i = 0; i < width * height; ++i) {
+      const double cb = ((i / width % 2 == 1) != flip ? -50.0 : 50.0) / 224;
+      ASSERT_NEAR(CbOf(seen[i], field), cb, 2e-3) << "pixel " << i << ", flip " << flip;
     }
   }
 }
@@ -469,23 +378,19 @@ TEST_P(PixelFormatConvert, FieldPicturesKeepTheFieldsApart) {
 // converted to itself is copied, whatever the flip.
 TEST_P(PixelFormatConvert, GPUFormatsFlipsAndCopies) {
   const std::vector<Pixel> rows = {{0.5f, 0.25f, 0.125f, 1.0f}, {-2.0f, 65504.0f, 0.0f, 0.5f}};
-  void* half = Upload(GPUBytes(rows, LM::kPixelFormat_GPU_BGRA_4444_16f));
-  void* full = Allocate(32);
-  ASSERT_EQ(Convert(half, 8, LM::kPixelFormat_GPU_BGRA_4444_16f, full, 16, LM::kPixelFormat_GPU_BGRX_4444_32f,
-                    1, 2),
-            0);
-  EXPECT_EQ(Download(full, 32), GPUBytes(rows, LM::kPixelFormat_GPU_BGRX_4444_32f));
-
-  ASSERT_EQ(Convert(half, 8, LM::kPixelFormat_GPU_BGRA_4444_16f, full, 16, LM::kPixelFormat_GPU_BGRA_4444_32f,
-                    1, 2, true),
-            0);
-  EXPECT_EQ(Download(full, 32), GPUBytes({rows[1], rows[0]}, LM::kPixelFormat_GPU_BGRA_4444_32f));
-
-  void* copy = Allocate(16);
-  ASSERT_EQ(Convert(half, 8, LM::kPixelFormat_GPU_BGRA_4444_16f, copy, 8, LM::kPixelFormat_GPU_BGRA_4444_16f,
-                    1, 2, true),
-            0);
-  EXPECT_EQ(Download(copy, 16), GPUBytes(rows, LM::kPixelFormat_GPU_BGRA_4444_16f)) << "copied, not flipped";
+  const struct {
+    LM::PixelFormat to;
+    bool flip;
+    std::vector<Pixel> expected;
+  } cases[] = {{LM::kPixelFormat_GPU_BGRX_4444_32f, false, rows},
+               {k32f, true, {rows[1], rows[0]}},
+               {k16f, true, rows}};  // copied, not flipped
+  void* half = UploadPixels(rows, k16f);
+  for (const auto& c : cases) {
+    void* out = Allocate(2 * PixelBytes(c.to));
+    ASSERT_EQ(Convert(half, 8, k16f, out, PixelBytes(c.to), c.to, 1, 2, c.flip), 0);
+    EXPECT_EQ(Download(out, 2 * PixelBytes(c.to)), GPUBytes(c.expected, c.to)) << "flip " << c.flip;
+  }
 }
 
 // Refused formats and pairs, and pitches shorter than the rows they hold (a 4:2:0 source's pitch is its
@@ -493,24 +398,23 @@ TEST_P(PixelFormatConvert, GPUFormatsFlipsAndCopies) {
 TEST_P(PixelFormatConvert, RefusedPairsGiveTheirCodes) {
   void* a = Allocate(256);
   void* b = Allocate(256);
-  const LM::PixelFormat gpu = LM::kPixelFormat_GPU_BGRA_4444_32f;
   const LM::PixelFormat planar = zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601;
   const struct {
     LM::PixelFormat from, to;
     int fromRowBytes, toRowBytes, expected;
   } cases[] = {
-      {zmt::kPixelFormat_Invalid, gpu, 64, 64, LM::kResultFailed},
-      {gpu, LM::PixelFormat{0, 0x000C0000u}, 64, 64, LM::kResultFailed},
-      {LM::PixelFormat{0, gpu.properties | (3u << 14)}, gpu, 64, 64, LM::kResultFailed},
-      {gpu, LM::PixelFormat{0, gpu.properties | (15u << 14)}, 64, 64, LM::kResultFailed},
+      {zmt::kPixelFormat_Invalid, k32f, 64, 64, LM::kResultFailed},
+      {k32f, LM::PixelFormat{0, 0x000C0000u}, 64, 64, LM::kResultFailed},
+      {LM::PixelFormat{0, k32f.properties | (3u << 14)}, k32f, 64, 64, LM::kResultFailed},
+      {k32f, LM::PixelFormat{0, k32f.properties | (15u << 14)}, 64, 64, LM::kResultFailed},
       {zmt::kPixelFormat_BGRA_4444_8u, zmt::kPixelFormat_VUYA_4444_8u, 64, 64, LM::kResultUnsupported},
       {zmt::kPixelFormat_UYVY_422_8u, zmt::kPixelFormat_V210_422_10u, 64, 64, LM::kResultUnsupported},
       {planar, zmt::kPixelFormat_BGRA_4444_8u, 64, 64, LM::kResultUnsupported},
-      {gpu, planar, 64, 64, LM::kResultUnsupported},
-      {planar, gpu, 8, 64, LM::kResultSuccess},
-      {planar, gpu, 3, 64, LM::kResultFailed},
-      {gpu, zmt::kPixelFormat_UYVY_422_8u, 64, 4, LM::kResultFailed},
-      {zmt::kPixelFormat_V210_422_10u, gpu, 128, 48, LM::kResultFailed}};
+      {k32f, planar, 64, 64, LM::kResultUnsupported},
+      {planar, k32f, 8, 64, LM::kResultSuccess},
+      {planar, k32f, 3, 64, LM::kResultFailed},
+      {k32f, zmt::kPixelFormat_UYVY_422_8u, 64, 4, LM::kResultFailed},
+      {zmt::kPixelFormat_V210_422_10u, k32f, 128, 48, LM::kResultFailed}};
   for (const auto& c : cases) {
     EXPECT_EQ(Convert(a, c.fromRowBytes, c.from, b, c.toRowBytes, c.to, 4, 2), c.expected)
         << std::hex << c.from.properties << " to " << c.to.properties << std::dec << ", row bytes "
