@@ -5,9 +5,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <string>
 
 #include "BuiltPtx.h"
 
@@ -19,7 +16,6 @@ class Embedding : public testing::Test {
  protected:
   void SetUp() override { fs::create_directories(folder_); }
   void TearDown() override { fs::remove_all(folder_); }
-
   void Write(const std::string& name, const std::string& text) { std::ofstream(folder_ / name) << text; }
   // Runs the step on A.cl; true when it succeeded.
   bool Embed() {
@@ -29,14 +25,14 @@ class Embedding : public testing::Test {
         " -DDEPFILE=" + (folder_ / "A.d").string() + " -P " + LUMORA_EMBED_SCRIPT + " >/dev/null 2>&1";
     return std::system(command.c_str()) == 0;
   }
-  static std::size_t Count(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-    return count;
-  }
-
   fs::path folder_ = fs::temp_directory_path() / ("lumora-embed-" + std::to_string(::getpid()));
 };
+
+std::size_t Count(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
 
 TEST_F(Embedding, InlinesQuotedIncludesRecursivelyAndOnceAndListsThem) {
   Write("A.cl", "// module: A\n#include \"B.h\"\n#include \"C.h\"\nkernel body\n");
@@ -51,18 +47,17 @@ TEST_F(Embedding, InlinesQuotedIncludesRecursivelyAndOnceAndListsThem) {
   EXPECT_EQ(Count(text, "// B mentions #include \"C.h\" in a comment"), 1u);
   EXPECT_LT(text.find("C body"), text.find("B body")) << "a header's includes come before its own text";
   const std::string dependencies = ReadText(folder_ / "A.d");
-  EXPECT_NE(dependencies.find((folder_ / "B.h").string()), std::string::npos) << dependencies;
-  EXPECT_NE(dependencies.find((folder_ / "C.h").string()), std::string::npos) << dependencies;
+  for (const char* header : {"B.h", "C.h"})
+    EXPECT_NE(dependencies.find((folder_ / header).string()), std::string::npos) << dependencies;
 }
 
 TEST_F(Embedding, AnIncludeThatWouldNotBeInlinedStopsTheBuild) {
   Write("C.h", "C body\n");
-  Write("A.cl", "// module: A\n  #include \"C.h\"\n");
-  EXPECT_FALSE(Embed()) << "indented";
-  Write("A.cl", "// module: A\n#include \"Missing.h\"\n");
-  EXPECT_FALSE(Embed()) << "not found";
-  Write("A.cl", "// module: B\n");
-  EXPECT_FALSE(Embed()) << "a marker naming another module";
+  for (const char* text : {"// module: A\n  #include \"C.h\"\n", "// module: A\n#include \"Missing.h\"\n",
+                           "// module: B\n"}) {  // indented, not found, a marker naming another module
+    Write("A.cl", text);
+    EXPECT_FALSE(Embed()) << text;
+  }
 }
 
 }  // namespace

@@ -4,12 +4,8 @@
 // checked on every device in tests/devices.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "CheckedKernels.h"
 #include "Devices/OpenCLBackend.h"
@@ -39,9 +35,11 @@ struct Program {
 
 // The text of an argument's property.
 std::string ArgumentInfo(cl_kernel kernel, cl_uint index, cl_kernel_arg_info what) {
-  const auto getInfo = RuntimeEntryPoint<decltype(clGetKernelArgInfo)>("clGetKernelArgInfo");
   char text[256] = {};
-  return getInfo(kernel, index, what, sizeof text - 1, text, nullptr) == CL_SUCCESS ? text : "?";
+  return RuntimeEntryPoint<decltype(clGetKernelArgInfo)>("clGetKernelArgInfo")(
+             kernel, index, what, sizeof text - 1, text, nullptr) == CL_SUCCESS
+             ? text
+             : "?";
 }
 
 // Runs the kernel with the arguments in order over ceil(width / 16) x ceil(height / 16) blocks of 16 x 16
@@ -50,44 +48,16 @@ template <class... Arguments>
 cl_int Launch(const OpenCLTestContext& cl, const Program& program, const char* name, int width, int height,
               const Arguments&... arguments) {
   cl_int status = CL_SUCCESS;
-  const OwnedKernel owned(clCreateKernel(program.program, name, &status));
-  const cl_kernel kernel = owned.get();
+  const OwnedKernel kernel(clCreateKernel(program.program, name, &status));
   cl_uint index = 0;
-  ((status = status != CL_SUCCESS ? status : clSetKernelArg(kernel, index++, sizeof(Arguments), &arguments)),
+  ((status =
+        status != CL_SUCCESS ? status : clSetKernelArg(kernel.get(), index++, sizeof(Arguments), &arguments)),
    ...);
   const std::size_t local[2] = {16, 16};
   const std::size_t global[2] = {std::size_t(width + 15) / 16 * 16, std::size_t(height + 15) / 16 * 16};
   if (status == CL_SUCCESS)
-    status = clEnqueueNDRangeKernel(cl.queue, kernel, 2, nullptr, global, local, 0, nullptr, nullptr);
-  if (status == CL_SUCCESS) status = clFinish(cl.queue);
-  return status;
-}
-
-struct Buffer {
-  Buffer(const OpenCLTestContext& cl, Bytes bytes)
-      : size(bytes.size()),
-        memory(clCreateBuffer(cl.context, CL_MEM_READ_WRITE | CL_MEM_COPY_HOST_PTR, size, bytes.data(),
-                              nullptr)) {}
-  ~Buffer() { clReleaseMemObject(memory); }
-  Bytes Read(const OpenCLTestContext& cl) const {
-    Bytes bytes(size);
-    EXPECT_EQ(clEnqueueReadBuffer(cl.queue, memory, CL_TRUE, 0, size, bytes.data(), 0, nullptr, nullptr),
-              CL_SUCCESS);
-    return bytes;
-  }
-  std::size_t size;
-  cl_mem memory;
-};
-
-template <class T>
-void Put(Bytes& bytes, std::size_t at, T value) {
-  std::memcpy(bytes.data() + at, &value, sizeof value);
-}
-template <class T>
-T Get(const Bytes& bytes, std::size_t at) {
-  T value;
-  std::memcpy(&value, bytes.data() + at, sizeof value);
-  return value;
+    status = clEnqueueNDRangeKernel(cl.queue, kernel.get(), 2, nullptr, global, local, 0, nullptr, nullptr);
+  return status == CL_SUCCESS ? clFinish(cl.queue) : status;
 }
 
 // Each registered text builds and is declared; each kernel declared for it is there, with exactly the
@@ -112,34 +82,22 @@ TEST(KernelModules, OpenCLTextsOfferEveryDeclaredKernelWithItsListsParameters) {
         << module;
     for (const LM::KernelSignature& kernel : kernels) {
       if (module != kernel.module) continue;
-      const OwnedKernel owned(clCreateKernel(program, kernel.name, &error));
-      const cl_kernel made = owned.get();
+      const OwnedKernel made(clCreateKernel(program, kernel.name, &error));
       ASSERT_EQ(error, CL_SUCCESS) << kernel.name;
       cl_uint count = 0;
-      RuntimeEntryPoint<decltype(clGetKernelInfo)>("clGetKernelInfo")(made, CL_KERNEL_NUM_ARGS, sizeof count,
-                                                                      &count, nullptr);
+      RuntimeEntryPoint<decltype(clGetKernelInfo)>("clGetKernelInfo")(made.get(), CL_KERNEL_NUM_ARGS,
+                                                                      sizeof count, &count, nullptr);
       EXPECT_EQ(count, kernel.count) << kernel.name;
       for (cl_uint i = 0; i < count && i < kernel.count; ++i) {
-        EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_NAME), kernel.parameters[i].name)
+        EXPECT_EQ(ArgumentInfo(made.get(), i, CL_KERNEL_ARG_NAME), kernel.parameters[i].name)
             << kernel.name << " " << i;
-        EXPECT_EQ(ArgumentInfo(made, i, CL_KERNEL_ARG_TYPE_NAME), kernel.parameters[i].openCLType)
+        EXPECT_EQ(ArgumentInfo(made.get(), i, CL_KERNEL_ARG_TYPE_NAME), kernel.parameters[i].openCLType)
             << kernel.name << " " << kernel.parameters[i].name;
       }
     }
     clReleaseProgram(program);
   }
 }
-
-struct Image {
-  Image(const OpenCLTestContext& cl, cl_channel_order order, cl_channel_type type, int width, int height) {
-    const cl_image_format format = {order, type};
-    cl_int error = CL_SUCCESS;
-    memory = clCreateImage2D(cl.context, CL_MEM_READ_WRITE, &format, width, height, 0, nullptr, &error);
-    EXPECT_EQ(error, CL_SUCCESS);
-  }
-  ~Image() { clReleaseMemObject(memory); }
-  cl_mem memory;
-};
 
 // CopyBufferToImageKernel takes its layout from the image: four channels a pixel and a pitch in pixels for
 // RGBA, one channel and a pitch in bytes for CLK_R (each channel type once). The texture probe reads the
@@ -162,33 +120,44 @@ TEST(KernelPixels, BufferToImageFollowsTheImageLayoutAndTheProbeClampsToTheEdge)
     std::vector<float> expected;
     for (int i = 0; i < width * height * 4; ++i) {
       const int x = i / 4 % width, y = i / 4 / width, c = i % 4, n = x * 100 + y * 20 + c * 3 + 1;
-      const std::size_t at = layout.offset + y * pitchBytes + (x * channels + c) * layout.channelBytes;
+      std::uint8_t* at = &source[layout.offset + y * pitchBytes + (x * channels + c) * layout.channelBytes];
+      const std::uint16_t half = std::uint16_t(0x3C00 + n);  // 1 + n / 1024
+      const float value = n * -0.125f;
       if (c >= channels) {
         expected.push_back(c == 3 ? 1.0f : 0.0f);
       } else if (layout.type == CL_HALF_FLOAT) {
-        Put(source, at, std::uint16_t(0x3C00 + n));  // 1 + n / 1024
+        std::memcpy(at, &half, 2);
         expected.push_back(1.0f + n / 1024.0f);
       } else if (layout.type == CL_FLOAT) {
-        Put(source, at, n * -0.125f);
-        expected.push_back(n * -0.125f);
+        std::memcpy(at, &value, 4);
+        expected.push_back(value);
       } else {
-        Put(source, at, std::uint8_t(n % 256));
+        *at = std::uint8_t(n % 256);
         expected.push_back((n % 256) / 255.0f);
       }
     }
-    const Buffer src(cl, source), sampled(cl, Bytes(std::size_t(16) * probeWidth * probeHeight, 0));
-    const Image image(cl, layout.order, layout.type, width, height);
-    ASSERT_EQ(Launch(cl, memory, "CopyBufferToImageKernel", width, height, src.memory, layout.offset,
-                     layout.pitch, image.memory, width, height),
+    cl_int error = CL_SUCCESS;
+    const cl_image_format format = {layout.order, layout.type};
+    cl_mem image = clCreateImage2D(cl.context, CL_MEM_READ_WRITE, &format, width, height, 0, nullptr, &error);
+    cl_mem src = clCreateBuffer(cl.context, CL_MEM_READ_WRITE | CL_MEM_COPY_HOST_PTR, source.size(),
+                                source.data(), &error);
+    std::vector<float> sampled(std::size_t(4) * probeWidth * probeHeight);
+    cl_mem dst = clCreateBuffer(cl.context, CL_MEM_READ_WRITE | CL_MEM_COPY_HOST_PTR, sampled.size() * 4,
+                                sampled.data(), &error);
+    EXPECT_EQ(Launch(cl, memory, "CopyBufferToImageKernel", width, height, src, layout.offset, layout.pitch,
+                     image, width, height),
               CL_SUCCESS);
-    ASSERT_EQ(Launch(cl, probe, "SampleTextureKernel", probeWidth, probeHeight, sampled.memory, probeWidth, 1,
-                     probeWidth, probeHeight, 0, image.memory),
+    EXPECT_EQ(Launch(cl, probe, "SampleTextureKernel", probeWidth, probeHeight, dst, probeWidth, 1,
+                     probeWidth, probeHeight, 0, image),
               CL_SUCCESS);
-    const Bytes result = sampled.Read(cl);
-    for (int i = 0; i < probeWidth * probeHeight * 4; ++i) {
+    EXPECT_EQ(clEnqueueReadBuffer(cl.queue, dst, CL_TRUE, 0, sampled.size() * 4, sampled.data(), 0, nullptr,
+                                  nullptr),
+              CL_SUCCESS);
+    for (cl_mem object : {image, src, dst}) clReleaseMemObject(object);
+    for (std::size_t i = 0; i < sampled.size(); ++i) {
       const int x = i / 4 % probeWidth, y = i / 4 / probeWidth;
-      const float texel = expected[(std::min(y, height - 1) * width + std::min(x, width - 1)) * 4 + i % 4];
-      ASSERT_NEAR(Get<float>(result, 4 * i), texel, 1e-6f)
+      ASSERT_NEAR(sampled[i],
+                  expected[(std::min(y, height - 1) * width + std::min(x, width - 1)) * 4 + i % 4], 1e-6f)
           << "x " << x << ", y " << y << ", channel " << i % 4;
     }
   }
