@@ -1,4 +1,4 @@
-# Helpers of the installed-package checks (InstallPackage.cmake, ConsumerProject.cmake, PkgConfig.cmake).
+# Helpers of the installed-package checks (InstallPackage.cmake, Consumers.cmake).
 
 # Runs a command; stops the check with its output when it fails. The output goes to <outputVar> if given.
 function(run_or_fail what)
@@ -13,68 +13,38 @@ function(run_or_fail what)
   endif()
 endfunction()
 
-# The libraries that an ELF file names as needed (its NEEDED entries), read with readelf.
-function(needed_libraries file result)
-  run_or_fail("readelf on ${file}" COMMAND ${READELF} -d ${file} OUTPUT dynamic)
-  string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*\\[[^]\n]*\\]" entries "${dynamic}")
-  set(names "")
-  foreach(entry IN LISTS entries)
-    string(REGEX REPLACE ".*\\[([^]]*)\\]$" "\\1" name "${entry}")
-    list(APPEND names ${name})
-  endforeach()
-  set(${result} "${names}" PARENT_SCOPE)
-endfunction()
-
 # A program built against the package needs liblumora by its SONAME (lib<name>.so.<major>), and the kernel
 # library although it calls nothing in it (it was linked with --as-needed in force, which would drop it).
 function(expect_lumora_needed program)
-  if(NOT READELF)
-    return()
+  if(READELF)
+    run_or_fail("readelf on ${program}" COMMAND ${READELF} -d ${program} OUTPUT dynamic)
+    foreach(library lumora lumora_kernels)
+      if(NOT dynamic MATCHES "\\(NEEDED\\)[^\n]*\\[lib${library}\\.so\\.[0-9]+\\]")
+        message(FATAL_ERROR "${program} does not need lib${library}.so.<major>:\n${dynamic}")
+      endif()
+    endforeach()
   endif()
-  needed_libraries(${program} needed)
-  foreach(library lumora lumora_kernels)
-    set(matching ${needed})
-    list(FILTER matching INCLUDE REGEX "^lib${library}\\.so\\.[0-9]+$")
-    if(NOT matching)
-      message(FATAL_ERROR "${program} does not need lib${library}.so.<major>; it needs: ${needed}")
-    endif()
-  endforeach()
 endfunction()
 
-# Runs a program built against the package; it must exit with 0. ENV sets variables (NAME=value) for it, and
-# DEBUG sets LUMORA_DEBUG, whose semicolons a list entry cannot hold. Its standard output goes to OUTPUT.
-#   run_program(<program> OUTPUT <var> [DEBUG <text>] [ENV <NAME=value>...])
-function(run_program program)
-  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "OUTPUT;DEBUG" "ENV")
-  set(names LUMORA_DEBUG)
+# Runs ${consumer} and ${minimalHost}, which must exit with 0, with LUMORA_DEBUG set to DEBUG and the
+# variables of ENV (NAME=value). The consumer counts the devices (as COUNTS says, when given); the minimal
+# host fills and reads back an image when one is qualified, and says that there is no device otherwise.
+function(run_consumers)
+  cmake_parse_arguments(PARSE_ARGV 0 ARG "" "DEBUG;COUNTS" "ENV")
   set(ENV{LUMORA_DEBUG} "${ARG_DEBUG}")
-  foreach(entry IN LISTS ARG_ENV)
-    string(REGEX REPLACE "=.*" "" name "${entry}")
-    string(REGEX REPLACE "^[^=]*=" "" value "${entry}")
-    set(ENV{${name}} "${value}")
-    list(APPEND names ${name})
-  endforeach()
-  execute_process(COMMAND ${program} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE errors)
-  foreach(name IN LISTS names)
-    unset(ENV{${name}})
-  endforeach()
-  list(JOIN ARG_ENV " " environment)
-  message("${program} (${environment} LUMORA_DEBUG=${ARG_DEBUG}): exit status ${status}\n${output}${errors}")
-  if(NOT status EQUAL 0)
-    message(FATAL_ERROR "${program} exited with ${status}")
+  set(how "(${ARG_ENV} LUMORA_DEBUG=${ARG_DEBUG})")
+  run_or_fail("${consumer} ${how}" COMMAND ${CMAKE_COMMAND} -E env ${ARG_ENV} ${consumer} OUTPUT listed)
+  run_or_fail("${minimalHost} ${how}" COMMAND ${CMAKE_COMMAND} -E env ${ARG_ENV} ${minimalHost} OUTPUT result)
+  message("${how}:\n${listed}${result}")
+  if(NOT listed MATCHES "devices: ${ARG_COUNTS}")
+    message(FATAL_ERROR "the consumer's output has no line \"devices: ${ARG_COUNTS}\"")
   endif()
-  set(${ARG_OUTPUT} "${output}" PARENT_SCOPE)
-endfunction()
-
-# The minimal host's output says that it filled and read back the image when there is a qualified device,
-# and that there is no device to use otherwise.
-function(expect_minimal_host_result output qualifiedDevices)
-  if(qualifiedDevices GREATER 0)
+  string(REGEX MATCH "devices: [0-9]+ registered, ([0-9]+) qualified" counts "${listed}")
+  set(expected "no device to use")
+  if(CMAKE_MATCH_1 GREATER 0)
     set(expected "filled 64x32 pixels with \\(0.25, 0.5, 0.75, 1\\) and read them back")
-  else()
-    set(expected "no device to use")
   endif()
-  if(NOT output MATCHES "${expected}")
-    message(FATAL_ERROR "the minimal host's output does not match: ${expected}")
+  if(NOT counts OR NOT result MATCHES "${expected}")
+    message(FATAL_ERROR "the consumer counts no devices, or the minimal host's output does not match: ${expected}")
   endif()
 endfunction()
