@@ -24,10 +24,6 @@ class PixelFormatConvert : public EveryDevice {
   }
 };
 
-bool IsYCbCr(LM::PixelFormat host) {
-  return (host.properties & zmt::kPixelFormatPropertyMask_Order) == zmt::kPixelFormatOrder_VUYA ||
-         (host.properties & zmt::kPixelFormatPropertyMask_Layout) != zmt::kPixelFormatLayout_4444;
-}
 double Kr(LM::PixelFormat format) {
   return zmt::IsBT709(format) ? 0.2126 : 0.299;
 }
@@ -58,7 +54,10 @@ double Tolerance(LM::PixelFormat host, LM::PixelFormat gpu) {
       std::max({2 * (1 - kr), 2 * (1 - kb), 2 * kb * (1 - kb) / kg + 2 * kr * (1 - kr) / kg});
   double colour = 0, alpha = 0;
   if (sample == zmt::kPixelFormatSample_8u) {
-    colour = IsYCbCr(host) ? 0.5 / 219 + chroma * 0.5 / 224 : 0.5 / 255;
+    const bool yCbCr =
+        (host.properties & zmt::kPixelFormatPropertyMask_Order) == zmt::kPixelFormatOrder_VUYA ||
+        (host.properties & zmt::kPixelFormatPropertyMask_Layout) != zmt::kPixelFormatLayout_4444;
+    colour = yCbCr ? 0.5 / 219 + chroma * 0.5 / 224 : 0.5 / 255;
     alpha = 0.5 / 255;
   } else if (sample == zmt::kPixelFormatSample_10u) {
     colour = 0.5 / 876 + chroma * 0.5 / 896;
@@ -187,29 +186,11 @@ TEST_P(PixelFormatConvert, PackedAndPlanarFormatsAgreeWithTheCPURenderer) {
   EXPECT_EQ(formats, 6 + 16);
 }
 
-// White, yellow, cyan, green, magenta, red, blue, black as R'G'B' at `level`, and their Y'CbCr by `format`'s
-// matrix.
-struct Bar {
-  double r, g, b, y, cb, cr;
-};
-std::vector<Bar> ColourBars(double level, LM::PixelFormat format) {
-  const double rgb[8][3] = {{1, 1, 1}, {1, 1, 0}, {0, 1, 1}, {0, 1, 0},
-                            {1, 0, 1}, {1, 0, 0}, {0, 0, 1}, {0, 0, 0}};
-  const double kr = Kr(format), kb = Kb(format);
-  std::vector<Bar> bars;
-  for (const auto& c : rgb) {
-    const double r = c[0] * level, g = c[1] * level, b = c[2] * level;
-    const double y = kr * r + (1 - kr - kb) * g + kb * b;
-    bars.push_back({r, g, b, y, (b - y) / (2 * (1 - kb)), (r - y) / (2 * (1 - kr))});
-  }
-  return bars;
-}
-
-// 100% and 75% colour bars, by each matrix. In 8-bit video-range Y'CbCr: the codes ITU-R BT.601 and BT.709
-// publish. Written as v210, 6 pixels a bar: the middle pair of each bar filters its chroma from the bar
-// alone, so its codes are the bar's own, Y' 64 + 876 Y and C 512 + 896 C rounded. Read from full-range
-// 4:2:0 codes (Y' 255 Y, C 128 + 255 C rounded), 4 pixels a bar: the middle pixels come back as the bar
-// within half a code step through the matrix.
+// 100% and 75% colour bars (white, yellow, cyan, green, magenta, red, blue, black), by each matrix. In 8-bit
+// video-range Y'CbCr: the codes ITU-R BT.601 and BT.709 publish. Written as v210, 6 pixels a bar: the middle
+// pair of each bar filters its chroma from the bar alone, so its codes are the bar's own, Y' 64 + 876 Y and
+// C 512 + 896 C rounded. Read from full-range 4:2:0 codes (Y' 255 Y, C 128 + 255 C rounded), 4 pixels a
+// bar: the middle pixels come back as the bar within half a code step through the matrix.
 TEST_P(PixelFormatConvert, ColourBarsGiveTheirCodes) {
   const struct {
     LM::PixelFormat vuya, v210, planar;
@@ -228,54 +209,51 @@ TEST_P(PixelFormatConvert, ColourBarsGiveTheirCodes) {
                      78,  214, 230, 63,  102, 240, 32,  240, 118, 16,  128, 128},
                     {180, 128, 128, 168, 44,  136, 145, 147, 44,  133, 63,  52,
                      63,  193, 204, 51,  109, 212, 28,  212, 120, 16,  128, 128}}}};
+  const auto code = [](double value) { return std::uint8_t(std::min(255L, std::lround(value))); };
   for (const auto& m : matrices) {
     for (const int l : {0, 1}) {
-      const double level = l == 0 ? 1.0 : 0.75;
+      const double level = l == 0 ? 1.0 : 0.75, kr = Kr(m.vuya), kb = Kb(m.vuya);
       SCOPED_TRACE(std::string(zmt::PixelFormatName(m.vuya)) + " at " + std::to_string(level));
-      const std::vector<Bar> bars = ColourBars(level, m.vuya);
-      std::vector<Pixel> row;
-      for (const Bar& bar : bars) row.push_back({float(bar.b), float(bar.g), float(bar.r), 1.0f});
-      void* codes = Allocate(8 * 4);
-      ASSERT_EQ(Convert(UploadPixels(row, k32f), 8 * 16, k32f, codes, 8 * 4, m.vuya, 8, 1), 0);
-      const Bytes seen = Download(codes, 8 * 4);
-      std::vector<int> got, want;
-      for (int i = 0; i < 8; ++i) {
-        got.insert(got.end(), {seen[4 * i + 2], seen[4 * i + 1], seen[4 * i + 0], seen[4 * i + 3]});
-        want.insert(want.end(),
-                    {m.published[l][3 * i], m.published[l][3 * i + 1], m.published[l][3 * i + 2], 255});
-      }
-      EXPECT_EQ(got, want) << "8-bit codes";
-
-      row.clear();
-      for (const Bar& bar : bars)
-        row.insert(row.end(), 6, Pixel{float(bar.b), float(bar.g), float(bar.r), 1.0f});
-      void* packed = Allocate(128);
-      ASSERT_EQ(Convert(UploadPixels(row, k32f), 48 * 16, k32f, packed, 128, m.v210, 48, 1), 0);
-      const std::vector<int> samples = Samples(Download(packed, 128), m.v210);
+      std::vector<Pixel> bars, wide, middles;
+      Bytes published, luma, cbs, crs;
+      std::vector<int> want10;
       for (int b = 0; b < 8; ++b) {
-        const int pair = 3 * b + 1;  // samples Cb, Y', Cr, Y' of pixels 6b + 2 and 6b + 3
-        const int y = int(std::lround(64 + 876 * bars[b].y));
-        EXPECT_EQ((std::vector<int>(samples.begin() + 4 * pair, samples.begin() + 4 * pair + 4)),
-                  (std::vector<int>{int(std::lround(512 + 896 * bars[b].cb)), y,
-                                    int(std::lround(512 + 896 * bars[b].cr)), y}))
-            << "v210, bar " << b;
+        const double r = level * !(b & 2), g = level * !(b & 4), blue = level * !(b & 1);
+        const double y = kr * r + (1 - kr - kb) * g + kb * blue, cb = (blue - y) / (2 * (1 - kb)),
+                     cr = (r - y) / (2 * (1 - kr));
+        bars.push_back({float(blue), float(g), float(r), 1.0f});
+        wide.insert(wide.end(), 6, bars.back());
+        middles.insert(middles.end(), 2, bars.back());
+        const int* codes = &m.published[l][3 * b];
+        published.insert(published.end(),
+                         {std::uint8_t(codes[2]), std::uint8_t(codes[1]), std::uint8_t(codes[0]), 255});
+        want10.insert(want10.end(), {int(std::lround(512 + 896 * cb)), int(std::lround(64 + 876 * y)),
+                                     int(std::lround(512 + 896 * cr)), int(std::lround(64 + 876 * y))});
+        luma.insert(luma.end(), 4, code(255 * y));
+        cbs.insert(cbs.end(), 2, code(128 + 255 * cb));
+        crs.insert(crs.end(), 2, code(128 + 255 * cr));
       }
+      void* codes = Allocate(8 * 4);
+      ASSERT_EQ(Convert(UploadPixels(bars, k32f), 8 * 16, k32f, codes, 8 * 4, m.vuya, 8, 1), 0);
+      EXPECT_EQ(Download(codes, 8 * 4), published) << "8-bit codes";
 
-      const auto code = [](double value) { return std::uint8_t(std::min(255L, std::lround(value))); };
-      Bytes planes;  // 32 x 2 luma, 16 x 1 of each chroma
-      for (int x = 0; x < 64; ++x) planes.push_back(code(255 * bars[x % 32 / 4].y));
-      for (int x = 0; x < 16; ++x) planes.push_back(code(128 + 255 * bars[x / 2].cb));
-      for (int x = 0; x < 16; ++x) planes.push_back(code(128 + 255 * bars[x / 2].cr));
+      void* packed = Allocate(128);
+      ASSERT_EQ(Convert(UploadPixels(wide, k32f), 48 * 16, k32f, packed, 128, m.v210, 48, 1), 0);
+      const std::vector<int> samples = Samples(Download(packed, 128), m.v210);
+      std::vector<int> got10;  // samples Cb, Y', Cr, Y' of pixels 6b + 2 and 6b + 3
+      for (int b = 0; b < 8; ++b)
+        got10.insert(got10.end(), &samples[4 * (3 * b + 1)], &samples[4 * (3 * b + 2)]);
+      EXPECT_EQ(got10, want10) << "v210";
+
+      Bytes planes = luma;  // 32 x 2 luma, 16 x 1 of each chroma
+      for (const Bytes* plane : {&luma, &cbs, &crs})
+        planes.insert(planes.end(), plane->begin(), plane->end());
       void* result = Allocate(32 * 2 * 16);
       ASSERT_EQ(Convert(Upload(planes), 32, m.planar, result, 32 * 16, k32f, 32, 2), 0);
       const std::vector<Pixel> decoded = DownloadPixels(result, 64, k32f);
-      std::vector<Pixel> middles, expected;
-      for (int b = 0; b < 8; ++b) {
-        middles.insert(middles.end(), {decoded[4 * b + 1], decoded[4 * b + 2]});
-        expected.insert(expected.end(), 2, Pixel{float(bars[b].b), float(bars[b].g), float(bars[b].r), 1.0f});
-      }
-      EXPECT_TRUE(PixelsNear(middles, expected, 0.5 / 255 * (1 + 2 * (1 - Kb(m.planar))) + 1e-6))
-          << "full range";
+      std::vector<Pixel> seen;
+      for (int b = 0; b < 8; ++b) seen.insert(seen.end(), {decoded[4 * b + 1], decoded[4 * b + 2]});
+      EXPECT_TRUE(PixelsNear(seen, middles, 0.5 / 255 * (1 + 2 * (1 - kb)) + 1e-6)) << "full range";
     }
   }
 }
@@ -327,49 +305,33 @@ TEST_P(PixelFormatConvert, ChromaImpulsesShowTheSitingOfEachFamily) {
     bool field;
   } families[] = {{zmt::kPixelFormat_YUV_420_MPEG2_FRAME_PICTURE_PLANAR_8u_601, 0.0, false},
                   {zmt::kPixelFormat_YUV_420_MPEG4_FRAME_PICTURE_PLANAR_8u_601, 0.5, false},
-                  {zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_601, 0.0, true},
+                  {zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_709, 0.0, true},
                   {zmt::kPixelFormat_YUV_420_MPEG4_FIELD_PICTURE_PLANAR_8u_601, 0.5, true}};
   const int ci = 3;
   for (const auto& family : families) {
     for (const int cj : {4, 5}) {  // a chroma row of each field
-      SCOPED_TRACE(std::string(zmt::PixelFormatName(family.format)) + ", chroma row " + std::to_string(cj));
-      Bytes planes(width * height, 126);
-      for (int k = 0; k < width * height / 2; ++k) planes.push_back(k == cj * width / 2 + ci ? 228 : 128);
-      void* decoded = Allocate(width * height * 16);
-      ASSERT_EQ(Convert(Upload(planes), width, family.format, decoded, width * 16, k32f, width, height), 0);
-      const std::vector<Pixel> seen = DownloadPixels(decoded, width * height, k32f);
-      for (int y = 0; y < height; ++y) {
-        const int f = cj & 1;
-        const double down = !family.field  ? Tent(y, 2 * cj + 0.5)
-                            : (y & 1) != f ? 0.0
-                                           : Tent(y >> 1, 2 * (cj >> 1) + 0.25 + 0.5 * f);
-        for (int x = 0; x < width; ++x) {
-          ASSERT_NEAR(CbOf(seen[y * width + x], family.format),
-                      Tent(x, 2 * ci + family.columnSite) * down * 100 / 224, 1e-5)
-              << "x " << x << ", y " << y;
+      // Flipped (into 16f), row y comes from row height - 1 - y, and a field's rows stay its own.
+      for (const bool flip : {false, true}) {
+        SCOPED_TRACE(std::string(zmt::PixelFormatName(family.format)) + ", chroma row " + std::to_string(cj) +
+                     (flip ? ", flipped" : ""));
+        Bytes planes(width * height, 126);
+        for (int k = 0; k < width * height / 2; ++k) planes.push_back(k == cj * width / 2 + ci ? 228 : 128);
+        const LM::PixelFormat gpu = flip ? k16f : k32f;
+        void* decoded = Allocate(width * height * 16);
+        ASSERT_EQ(Convert(Upload(planes), width, family.format, decoded, width * PixelBytes(gpu), gpu, width,
+                          height, flip),
+                  0);
+        const std::vector<Pixel> seen = DownloadPixels(decoded, width * height, gpu);
+        for (int i = 0; i < width * height; ++i) {
+          const int x = i % width, y = flip ? height - 1 - i / width : i / width, f = cj & 1;
+          const double down = !family.field  ? Tent(y, 2 * cj + 0.5)
+                              : (y & 1) != f ? 0.0
+                                             : Tent(y >> 1, 2 * (cj >> 1) + 0.25 + 0.5 * f);
+          ASSERT_NEAR(CbOf(seen[i], family.format), Tent(x, 2 * ci + family.columnSite) * down * 100 / 224,
+                      flip ? 1e-3 : 1e-5)
+              << "x " << x << ", source row " << y;
         }
       }
-    }
-  }
-}
-
-// A FIELD picture whose upper field's chroma rows hold one Cb and the lower field's another gives every
-// even row the first and every odd row the second, with nothing of the other field; flipped, the rows
-// swap fields.
-TEST_P(PixelFormatConvert, FieldPicturesKeepTheFieldsApart) {
-  const LM::PixelFormat field = zmt::kPixelFormat_YUV_420_MPEG2_FIELD_PICTURE_PLANAR_8u_709;
-  const int width = 8, height = 8;
-  Bytes planes(width * height, 126);
-  for (int j = 0; j < height / 2; ++j) planes.insert(planes.end(), width / 2, std::uint8_t(j % 2 ? 78 : 178));
-  planes.insert(planes.end(), width * height / 4, 128);
-  void* source = Upload(planes);
-  void* result = Allocate(width * height * 8);
-  for (const bool flip : {false, true}) {
-    ASSERT_EQ(Convert(source, width, field, result, width * 8, k16f, width, height, flip), 0);
-    const std::vector<Pixel> seen = DownloadPixels(result, width * height, k16f);
-    for (int i = 0; i < width * height; ++i) {
-      const double cb = ((i / width % 2 == 1) != flip ? -50.0 : 50.0) / 224;
-      ASSERT_NEAR(CbOf(seen[i], field), cb, 2e-3) << "pixel " << i << ", flip " << flip;
     }
   }
 }

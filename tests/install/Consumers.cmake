@@ -1,7 +1,7 @@
-# Builds tests/install/consumer/main.cpp and the minimal host of docs/examples against the installed package,
-# WITH cmake (find_package with CMAKE_PREFIX_PATH) or WITH pkg-config (the compiler alone, with the flags of
-# `pkg-config --cflags --libs lumora`), and runs both: with the devices this machine has, and for the CMake
-# project also with no OpenCL platform and with the GPU switched off.
+# Builds the minimal host of docs/examples against the installed package, WITH cmake (the project in
+# tests/install/consumer: find_package with CMAKE_PREFIX_PATH) or WITH pkg-config (the compiler alone, with
+# the flags of `pkg-config --cflags --libs lumora`), and runs it: it fills and reads back an image on this
+# machine's device, and for the CMake project it also runs with no OpenCL platform and with the GPU off.
 #
 #   cmake -DWITH=<cmake|pkg-config> -DSOURCE_DIR=<source folder> -DWORK_DIR=<scratch folder> -DPREFIX=<prefix>
 #         -DCONFIG=<config> -DGENERATOR=<generator> -DCXX=<compiler> -DLIBDIR=<libdir> -DBINDIR=<bindir>
@@ -32,7 +32,6 @@ if(WITH STREQUAL "cmake")
     message(FATAL_ERROR "find_package(Lumora) found ${lumoraDir}, not the package in ${PREFIX}")
   endif()
   run_or_fail("building the consumer project" COMMAND ${CMAKE_COMMAND} --build ${build} --config ${CONFIG} -j 2)
-  find_program(consumer lumora_consumer PATHS ${build} ${build}/${CONFIG} NO_DEFAULT_PATH REQUIRED)
   find_program(minimalHost minimal_host PATHS ${build} ${build}/${CONFIG} NO_DEFAULT_PATH REQUIRED)
 elseif(NOT PKG_CONFIG)
   message("SKIPPED: pkg-config was not found (scripts/install-deps.sh installs it)")
@@ -51,26 +50,22 @@ else()
   run_or_fail("pkg-config --cflags --libs" COMMAND ${PKG_CONFIG} --cflags --libs lumora OUTPUT flags)
   message("pkg-config --cflags --libs lumora: ${flags}")
   separate_arguments(flags UNIX_COMMAND "${flags}")
-  set(consumer ${WORK_DIR}/main)
   set(minimalHost ${WORK_DIR}/minimal_host)
-  foreach(source tests/install/consumer/main.cpp docs/examples/minimal_host.cpp)
-    get_filename_component(name ${source} NAME_WE)
-    # The run path stands in for an installed program's own.
-    run_or_fail("compiling ${name} with the pkg-config flags"
-      COMMAND ${CXX} ${sanitizeFlags} -Wl,--as-needed ${SOURCE_DIR}/${source} -o ${WORK_DIR}/${name} ${flags}
-              -Wl,-rpath,${libdir})
-  endforeach()
+  # The run path stands in for an installed program's own.
+  run_or_fail("compiling the minimal host with the pkg-config flags"
+    COMMAND ${CXX} ${sanitizeFlags} -Wl,--as-needed ${SOURCE_DIR}/docs/examples/minimal_host.cpp -o ${minimalHost}
+            ${flags} -Wl,-rpath,${libdir})
 endif()
-expect_lumora_needed(${consumer})
 expect_lumora_needed(${minimalHost})
 
-# The installed PTX folder is where the library finds its CUDA modules: the programs' executable directory
+# The installed PTX folder is where the library finds its CUDA modules: the program's executable directory
 # is pointed there.
-run_consumers(ENV LUMORA_EXECUTABLE_DIR=${PREFIX}/${BINDIR})
+set(executableDir LUMORA_EXECUTABLE_DIR=${PREFIX}/${BINDIR})
+run_minimal_host(ENV ${executableDir} EXPECT "filled 64x32 pixels with \\(0.25, 0.5, 0.75, 1\\) and read them back")
 if(WITH STREQUAL "cmake")
   # No OpenCL platform at all (the OpenCL loader finds no vendor); no device, since with the GPU switched off
   # nothing is bound or registered.
-  run_consumers(ENV LUMORA_EXECUTABLE_DIR=${PREFIX}/${BINDIR} OCL_ICD_VENDORS=${WORK_DIR}/no-opencl-vendors)
-  run_consumers(DEBUG "LM.DisableAcceleratedRenderer=1;LM.DisableAcceleratedDisplay=1"
-                COUNTS "0 registered, 0 qualified")
+  run_minimal_host(ENV ${executableDir} OCL_ICD_VENDORS=${WORK_DIR}/no-opencl-vendors)
+  run_minimal_host(DEBUG "LM.DisableAcceleratedRenderer=1;LM.DisableAcceleratedDisplay=1"
+                   EXPECT "no device to use \\(0 registered\\)")
 endif()
