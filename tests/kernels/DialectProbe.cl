@@ -1,6 +1,6 @@
 // module: DialectProbe
 // A test-only module that passes pixels through the dialect's loads, float4 arithmetic and stores, so that
-// every word of the vocabulary is compiled for both targets and checked on every device.
+// every word of the vocabulary is compiled for both targets and its parameter list checked against the PTX.
 #include "KernelDialect.h"
 #include "ProbeParameters.h"
 
