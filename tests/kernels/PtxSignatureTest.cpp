@@ -69,18 +69,6 @@ TEST(KernelModules, PtxEntriesMatchTheHostDeclarations) {
     ADD_FAILURE() << kernel.first << "." << kernel.second << " has no host declaration";
 }
 
-TEST(KernelModules, TextureProbePtxDeclaresItsTextureAndSamplesIt) {
-  LM_SKIP_WITHOUT_PTX();
-  const std::string ptx = BuiltPtx("TextureProbe");
-  const std::size_t declaration = ptx.find("\n.global .texref inProbeTexture;\n");
-  ASSERT_NE(declaration, std::string::npos);
-  EXPECT_LT(declaration, ptx.find(".entry")) << "declared at module scope, before the kernels";
-  EXPECT_EQ(ptx.find(".texref"), ptx.rfind(".texref")) << "declared once";
-  const std::size_t sample = ptx.find("tex.2d.v4.f32.s32");
-  ASSERT_NE(sample, std::string::npos);
-  EXPECT_EQ(ptx.find("[inProbeTexture,", sample), ptx.find('[', sample)) << "sampled from inProbeTexture";
-}
-
 // Drivers refuse a module of a newer PTX ISA version than their own, so each module declares the lowest that
 // its text needs: 6.4 (CUDA 10.1), or a version at which ptxas refuses it one step lower.
 TEST(KernelModules, EachModuleDeclaresTheLowestPtxVersionItNeeds) {
