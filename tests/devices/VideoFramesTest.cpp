@@ -44,28 +44,22 @@ class VideoFrames : public EveryDevice {
   }
 };
 
-// Each kind answers exactly its interfaces, whose identifiers are checked in their text form so that a
-// mistyped byte in a constant shows. A set flag withdraws the clears; a multi-plane format the row access.
+// Each kind answers exactly its interfaces. A set flag withdraws the clears; a multi-plane format the row
+// access.
 TEST_P(VideoFrames, EachKindAnswersExactlyItsInterfaces) {
   const struct {
     Guid iid;
-    const char* text;
     bool gpu, host;
-  } table[] = {{OXR::OXRUnknown::kIID, "eb294113-d84b-4df3-a717-d79a8da4e6a9", true, true},
-               {TQ::IVideoFrame::kIID, "5a2a4fe9-ee01-4438-8f14-aa8946104d5f", true, true},
-               {LM::IGPUVideoFrame::kIID, "cf026861-a969-4b32-9a5a-349196dba591", true, false},
-               {LM::IGPUVideoFrameMemoryAccess::kIID, "689ac22c-6831-4c8d-b1fd-0d654dc965bb", true, false},
-               {FK::IVideoFrameMemoryAccess::kIID, nullptr, false, true},
-               {LM::ICompletionEventVideoFrame::kIID, "13e1ff4a-84ba-4b45-9cb7-4f658044ed8a", true, true},
-               {TQ::IVideoFrameClearable::kIID, "a1489635-6b6b-47a6-8fb6-576f3e25be56", true, true},
-               {FK::IVideoFrame2DPixelMemoryAccess::kIID, "282d21cf-d8da-4e4f-82be-6e9c176ca796", true, true},
-               {LM::kLibraryFrameIID, "4f9cb3f7-c5df-4f33-b5a5-784cdf9c3fb9", true, true},
-               {Guid(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11), nullptr, false, false}};
-  for (const auto& row : table) {
-    if (row.text != nullptr) {
-      EXPECT_EQ(row.iid.ToString(), row.text);
-    }
-  }
+  } table[] = {{OXR::OXRUnknown::kIID, true, true},
+               {TQ::IVideoFrame::kIID, true, true},
+               {LM::IGPUVideoFrame::kIID, true, false},
+               {LM::IGPUVideoFrameMemoryAccess::kIID, true, false},
+               {FK::IVideoFrameMemoryAccess::kIID, false, true},
+               {LM::ICompletionEventVideoFrame::kIID, true, true},
+               {TQ::IVideoFrameClearable::kIID, true, true},
+               {FK::IVideoFrame2DPixelMemoryAccess::kIID, true, true},
+               {LM::kLibraryFrameIID, true, true},
+               {Guid(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11), false, false}};
   for (bool gpu : {true, false}) {
     const Frame frame = Make(gpu, LM::kPixelFormat_GPU_BGRA_4444_16f, 8, 4);
     ASSERT_TRUE(frame);
