@@ -1,6 +1,6 @@
-// The every-device fixture and the program's main: the library is started before the tests are listed (their
-// names depend on the devices found) and stopped after they ran; at the end one line per device sums up its
-// results, for the GPU bundle's report.
+// The every-device fixture and the program's main, which starts the library (with OpenCL and CPU OpenCL
+// devices, as a host would) before the tests are listed and stops it after they ran; at the end one line
+// per device sums up its results, for the GPU bundle's report.
 #include "EveryDevice.h"
 
 #include <zelcore/Debug.h>

@@ -1,9 +1,7 @@
-// The fixture of the pixel tests: each test runs once on every qualified device that this process can start
-// (PoCL's CPU device on our machines; the CUDA device, and NVIDIA's OpenCL device where its runtime is
-// installed, on a machine with an NVIDIA GPU), named after the device: Suite.Test/OpenCL_0, .../CUDA_0.
-// The library is started once per process, as a host would start it, with OpenCL and CPU OpenCL devices
-// enabled. Buffers come from the device's "device" pool and bytes move through its command queue, so the
-// tests make no framework call of their own and run unchanged on either framework.
+// The fixture of the pixel tests: each test runs once on every qualified device this process can start
+// (PoCL's CPU device here; CUDA and NVIDIA's OpenCL on an NVIDIA machine), named Suite.Test/OpenCL_0,
+// .../CUDA_0. Buffers come from the device's pool and bytes move through its queue, so tests make no
+// framework call.
 #pragma once
 
 #include <gtest/gtest.h>
