@@ -37,29 +37,18 @@ struct OpenCLTestContext {
 
   // Returns false (and the reason in *why) when the runtime offers no device.
   bool Open(std::string* why, cl_command_queue_properties properties = 0) {
+    const auto fail = [why](const char* reason) { return *why = reason, false; };
     cl_uint count = 0;
-    if (clGetPlatformIDs(1, &platform, &count) != CL_SUCCESS || count == 0) {
-      *why = "no OpenCL platform";
-      return false;
-    }
-    if (clGetDeviceIDs(platform, CL_DEVICE_TYPE_ALL, 1, &device, &count) != CL_SUCCESS || count == 0) {
-      *why = "no OpenCL device";
-      return false;
-    }
     cl_int error = CL_SUCCESS;
+    if (clGetPlatformIDs(1, &platform, &count) != CL_SUCCESS || count == 0) return fail("no OpenCL platform");
+    if (clGetDeviceIDs(platform, CL_DEVICE_TYPE_ALL, 1, &device, &count) != CL_SUCCESS || count == 0)
+      return fail("no OpenCL device");
     const cl_context_properties contextProperties[] = {CL_CONTEXT_PLATFORM,
                                                        reinterpret_cast<cl_context_properties>(platform), 0};
     context = clCreateContext(contextProperties, 1, &device, nullptr, nullptr, &error);
-    if (error != CL_SUCCESS) {
-      *why = "clCreateContext failed";
-      return false;
-    }
+    if (error != CL_SUCCESS) return fail("clCreateContext failed");
     queue = clCreateCommandQueue(context, device, properties, &error);
-    if (error != CL_SUCCESS) {
-      *why = "clCreateCommandQueue failed";
-      return false;
-    }
-    return true;
+    return error == CL_SUCCESS || fail("clCreateCommandQueue failed");
   }
 
   ~OpenCLTestContext() {
